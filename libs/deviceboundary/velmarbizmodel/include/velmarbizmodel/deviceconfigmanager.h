@@ -7,14 +7,14 @@ namespace Velmar::BizModel {
 
 struct s_DeviceConfig;
 
-/*! The device models of the catalogue in use. Any thread may look up while no catalogue is being
-    installed (see Catalogue::install()). */
-class VELMARBIZMODEL_EXPORT DeviceConfigManager
-{
+/*! The device models of the catalogue in use: the built-in one until Catalogue::install(). Any
+   thread may look up at any time. */
+class VELMARBIZMODEL_EXPORT DeviceConfigManager {
 public:
     static DeviceConfigManager *instance();
 
-    /*! Description of \a modelId, null if the model is unknown. Needs no connected device. */
+    /*! Description of \a modelId, null if the model is unknown. Needs no connected device. Valid
+        until the process ends; all threads share it, so it is not to be changed. */
     s_DeviceConfig *findDeviceConfigByID(const unsigned short &modelId);
 
 private:
