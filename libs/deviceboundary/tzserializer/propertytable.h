@@ -1,0 +1,45 @@
+#ifndef TZSERIALIZER_PROPERTYTABLE_H
+#define TZSERIALIZER_PROPERTYTABLE_H
+
+#include <QMetaProperty>
+#include <QString>
+#include <QVariant>
+
+#include <cstddef>
+#include <vector>
+
+namespace TZ::Internal {
+
+/*!
+    The properties of one class that a file can set: writable, of the type bool, int or QString, and
+    declared by a class below QObject. \c objectName is thus none of them.
+*/
+class PropertyTable {
+public:
+    explicit PropertyTable(const QMetaObject *metaObject);
+
+    /*! Null if there is no such property. */
+    const QMetaProperty *find(const QStringRef &name);
+
+    /*!
+        Reads \a text as a value of the type of \a property.
+
+        False if it is none. A bool is \c true, \c 1, \c false or \c 0. An int is decimal, or
+        hexadecimal behind \c 0x, from -2147483648 to 4294967295; what lies above 2147483647 is kept
+        as the same 32 bits, for register addresses use all of them.
+    */
+    static bool convert(const QMetaProperty &property, const QStringRef &text, QVariant &value);
+
+private:
+    struct Entry {
+        QLatin1String name;
+        QMetaProperty property;
+    };
+
+    std::vector<Entry> m_entries;
+    std::size_t m_next = 0; // files mostly name the properties in the order of the class
+};
+
+} // namespace TZ::Internal
+
+#endif // TZSERIALIZER_PROPERTYTABLE_H
