@@ -7,6 +7,7 @@
 #include <QString>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,13 +37,13 @@ namespace Velmar::ModelControl {
 
     Made on the stack for one use. Every call blocks, for a finite time, on the calling thread.
 */
-class VELMARMODELCONTROL_EXPORT File
-{
+class VELMARMODELCONTROL_EXPORT File {
 public:
     explicit File(std::weak_ptr<BizModel::Device> device);
     virtual ~File();
 
-    /*! Announces \a files to the device. False, with \a errorText set, if it refuses them. */
+    /*! Announces \a files to the device. False, with \a errorText set, if it refuses them or does
+       not answer. */
     bool importFile(const std::vector<ProtoModel::File::s_FileInfo> &files, QString &errorText);
 
     /*!
@@ -52,12 +53,17 @@ public:
         calling thread, at most once for each percent and never after the return. With
         \a verify, an upgrade image whose lengths or sum are wrong is refused before the device
         hears of its bytes. True if the device has confirmed the whole file.
+
+        False, with the cause in the log, if the file cannot be read, has another size than the one
+        that this object announced (the low 32 bits count), changes while it is sent, or if the
+       device refuses it or is lost. The device drops what it got when the file is sent anew.
     */
     bool writeFileBinary(const QString &path, BizModel::Enum::File::FileType type, int fileId,
                          std::function<void(bool, int, QString)> callback, bool verify);
 
 private:
     std::weak_ptr<BizModel::Device> m_device;
+    std::map<int, int> m_announcedSizes; // by file id
 };
 
 } // namespace Velmar::ModelControl
