@@ -1,6 +1,9 @@
 #include "upgradefile.h"
 #include "upgradefile_p.h"
 
+#include "bodywriter.h"
+#include "bytesum.h"
+
 #include <tzcryptrc2/cryptrc2.h>
 
 #include <QDebug>
@@ -31,17 +34,8 @@ constexpr int BodyOffsetOffset = 256; // uint32, counted from the start of the t
 constexpr int BodyLengthOffset = 260; // uint32
 
 constexpr quint16 SumSeed = 0x5555;
-constexpr std::size_t BufferSize = 256 * 1024; // stays in the second-level cache
 
-using Buffer = std::vector<uchar>;
-
-quint16 addedToSum(quint16 sum, const uchar *bytes, std::size_t count)
-{
-    // Bytes are added unsigned. The sum wraps at 16 bits anyway, so 16-bit lanes are wide enough.
-    for (std::size_t i = 0; i < count; ++i)
-        sum = static_cast<quint16>(sum + bytes[i]);
-    return sum;
-}
+using Bytes = std::vector<uchar>;
 
 quint32 packedVersion(const QString &version)
 {
@@ -57,27 +51,9 @@ quint32 packedVersion(const QString &version)
     return packed;
 }
 
-qint64 written(QFile &image, const Buffer &bytes)
+void write(QFile &image, const Bytes &bytes)
 {
-    return image.write(reinterpret_cast<const char *>(bytes.data()),
-                       static_cast<qint64>(bytes.size()));
-}
-
-// False if the file at hand is not, or no longer, \a length bytes long. Whether the image takes the
-// bytes is left to whoever sends it.
-bool copyBody(QFile &source, QFile &image, int length, Buffer &buffer, quint16 &sum)
-{
-    qint64 copied = 0;
-    while (copied < length) {
-        const qint64 wanted = qMin<qint64>(static_cast<qint64>(buffer.size()), length - copied);
-        const qint64 got = source.read(reinterpret_cast<char *>(buffer.data()), wanted);
-        if (got <= 0)
-            break;
-        image.write(reinterpret_cast<const char *>(buffer.data()), got);
-        sum = addedToSum(sum, buffer.data(), static_cast<std::size_t>(got));
-        copied += got;
-    }
-    return copied == length && static_cast<int>(source.size()) == length;
+    image.write(reinterpret_cast<const char *>(bytes.data()), static_cast<qint64>(bytes.size()));
 }
 
 } // namespace
@@ -92,8 +68,8 @@ UpgradeFilePrivate::UpgradeFilePrivate(UpgradeFile *owner)
 QString UpgradeFilePrivate::start()
 {
     const std::size_t tableSize = static_cast<std::size_t>(filePaths.size()) * RecordSize;
-    Buffer header(HeaderSize, 0);
-    Buffer table(tableSize, 0);
+    Bytes header(HeaderSize, 0);
+    Bytes table(tableSize, 0);
     qToLittleEndian<quint32>(packedVersion(version), &header[VersionOffset]);
     header[ConstantOffset] = HeaderConstant;
     qToLittleEndian<quint16>(static_cast<quint16>(filePaths.size()), &header[CountOffset]);
@@ -109,13 +85,9 @@ QString UpgradeFilePrivate::start()
     }
 
     // The lengths are known only once the files are plain, so header and table are written last.
-    quint16 sum = SumSeed;
+    BodyWriter bodies(image, HeaderSize + static_cast<qint64>(tableSize));
     quint32 bodyOffset = static_cast<quint32>(tableSize);
     quint32 dataLength = bodyOffset;
-    qint64 position = HeaderSize + static_cast<qint64>(tableSize);
-    image.seek(position);
-
-    Buffer buffer(BufferSize);
     uchar *record = table.data();
     for (const QPair<QString, QString> &filePath : qAsConst(filePaths)) {
         const QString &destination = filePath.second;
@@ -134,8 +106,8 @@ QString UpgradeFilePrivate::start()
         dataLength += static_cast<quint32>(length);
 
         // As many UTF-8 bytes as the text has UTF-16 units: devices know the paths cut like this.
-        const QByteArray path = destination.toUtf8();
-        std::memcpy(record, path.constData(), static_cast<std::size_t>(destination.size()));
+        const QByteArray path = destination.toUtf8().left(destination.size());
+        std::memcpy(record, path.constData(), static_cast<std::size_t>(path.size()));
         qToLittleEndian<quint32>(bodyOffset, record + BodyOffsetOffset);
         qToLittleEndian<quint32>(static_cast<quint32>(length), record + BodyLengthOffset);
         record += RecordSize;
@@ -143,28 +115,25 @@ QString UpgradeFilePrivate::start()
 
         QFile source(plainPath);
         if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered)
-            || !copyBody(source, image, length, buffer, sum)) {
+            || !bodies.append(source, length)) {
             qWarning().noquote().nospace() << "Read file failed." << plainPath;
             return QString();
         }
         source.close();
         if (filePath.first != plainPath)
             source.remove();
-
-        position += length;
-        if (image.pos() != position) // the disk took less than it was given
-            image.seek(position);
     }
+    bodies.flush();
 
     qToLittleEndian<quint32>(dataLength, &header[DataLengthOffset]);
     image.seek(0);
-    written(image, header);
-    written(image, table);
-    sum = addedToSum(sum, table.data(), tableSize);
-    Buffer sumBytes(sizeof(sum));
-    qToLittleEndian<quint16>(sum, sumBytes.data());
-    image.seek(position);
-    written(image, sumBytes);
+    write(image, header);
+    write(image, table);
+    const quint32 sum = SumSeed + bodies.sum() + byteSum(table.data(), table.size());
+    Bytes sumField(sizeof(quint16));
+    qToLittleEndian<quint16>(static_cast<quint16>(sum), sumField.data());
+    image.seek(bodies.position());
+    write(image, sumField);
     image.flush();
     image.close();
     return upgradeFilePath;

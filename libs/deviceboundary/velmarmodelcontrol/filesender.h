@@ -25,9 +25,6 @@ public:
     /*! Is the file as long as it was announced? An announcement has room for 32 bits only. */
     bool checkSize(int announcedSize);
 
-    /*! Is the file a sound upgrade image? */
-    bool checkImage();
-
     /*! Tells the device which file comes: its type, its length and its hash. */
     bool sendOpening(int fileType);
 
