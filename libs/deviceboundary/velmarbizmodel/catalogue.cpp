@@ -12,7 +12,7 @@ namespace Velmar::BizModel {
 
 namespace {
 
-constexpr qint64 LargestFile = 16 * 1024 * 1024; // bytes
+constexpr int LargestFile = 16 * 1024 * 1024; // bytes
 
 Catalogue readBuiltin()
 {

@@ -15,27 +15,27 @@ constexpr int CatalogueVersion = 1;
 constexpr int LongestTimeoutMs = 3'600'000;
 
 namespace Key {
-constexpr QLatin1String BackPlaneModelId("backPlaneModelId");
-constexpr QLatin1String BoardId("boardId");
-constexpr QLatin1String Boards("boards");
-constexpr QLatin1String CatalogueVersion("catalogueVersion");
-constexpr QLatin1String CommandGroup("commandGroup");
-constexpr QLatin1String CommandId("commandId");
-constexpr QLatin1String CommandTimeouts("commandTimeouts");
-constexpr QLatin1String CompatibilityCode("compatibilityCode");
-constexpr QLatin1String DefaultTimeout("defaultTimeout");
-constexpr QLatin1String DeviceModels("deviceModels");
-constexpr QLatin1String ModelId("modelId");
-constexpr QLatin1String Name("name");
-constexpr QLatin1String Order("order");
-constexpr QLatin1String Sections("sections");
-constexpr QLatin1String Series("series");
-constexpr QLatin1String SlotCount("slotCount");
-constexpr QLatin1String SubCardModels("subCardModels");
-constexpr QLatin1String SubCards("subCards");
-constexpr QLatin1String Timeout("timeout");
-constexpr QLatin1String Type("type");
-constexpr QLatin1String UpgradeCode("upgradeCode");
+const QLatin1String BackPlaneModelId("backPlaneModelId");
+const QLatin1String BoardId("boardId");
+const QLatin1String Boards("boards");
+const QLatin1String CatalogueVersion("catalogueVersion");
+const QLatin1String CommandGroup("commandGroup");
+const QLatin1String CommandId("commandId");
+const QLatin1String CommandTimeouts("commandTimeouts");
+const QLatin1String CompatibilityCode("compatibilityCode");
+const QLatin1String DefaultTimeout("defaultTimeout");
+const QLatin1String DeviceModels("deviceModels");
+const QLatin1String ModelId("modelId");
+const QLatin1String Name("name");
+const QLatin1String Order("order");
+const QLatin1String Sections("sections");
+const QLatin1String Series("series");
+const QLatin1String SlotCount("slotCount");
+const QLatin1String SubCardModels("subCardModels");
+const QLatin1String SubCards("subCards");
+const QLatin1String Timeout("timeout");
+const QLatin1String Type("type");
+const QLatin1String UpgradeCode("upgradeCode");
 } // namespace Key
 
 QString hexText(unsigned short number)

@@ -24,12 +24,13 @@ struct s_CommandTimeout {
     int timeout = 0; //!< milliseconds
 };
 
-/*! A kind of sub-card that a device model takes. */
+/*! A kind of sub-card that a device model takes. A host's copy of s_DeviceConfig copies and
+   destroys it with the functions of this library. */
 struct VELMARBIZMODEL_EXPORT s_SubCardConfig {
     s_SubCardConfig();
     s_SubCardConfig(const s_SubCardConfig &other);
     s_SubCardConfig &operator=(const s_SubCardConfig &other);
-    ~s_SubCardConfig();
+    ~s_SubCardConfig(); // NOLINT(performance-trivially-destructible)
 
     unsigned short modelId = 0;
     int slotCount = 0; //!< number of slots that take such a card
