@@ -103,8 +103,7 @@ bool readCryptKeyFile(const QString &path, CryptKey &key, QString &errorText)
         contents += piece;
     if (contents.size() > MaxKeyFileSize) {
         errorText = QStringLiteral("%1: longer than %2 bytes, so no key file")
-                        .arg(path)
-                        .arg(MaxKeyFileSize);
+                        .arg(path, QString::number(MaxKeyFileSize));
         return false;
     }
     CryptKey read;
@@ -118,7 +117,7 @@ bool readCryptKeyFile(const QString &path, CryptKey &key, QString &errorText)
             readEntry(line.left(equals).trimmed(),
                       equals < 0 ? QByteArray() : line.mid(equals + 1).trimmed(), read);
         if (!fault.isEmpty()) {
-            errorText = QStringLiteral("%1, line %2: %3").arg(path).arg(i + 1).arg(fault);
+            errorText = QStringLiteral("%1, line %2: %3").arg(path, QString::number(i + 1), fault);
             return false;
         }
     }

@@ -1,0 +1,31 @@
+#include "commands.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+
+#include <cstdio>
+
+namespace {
+
+// Qt's own handler may send a message to the system's journal instead.
+void writeMessage(QtMsgType, const QMessageLogContext &, const QString &text)
+{
+    std::fprintf(stderr, "velmar-package: %s\n", qUtf8Printable(text));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    using namespace Velmar::Package;
+
+    const QCoreApplication application(argc, argv);
+    qInstallMessageHandler(writeMessage);
+    CommandLine commandLine;
+    QString errorText;
+    if (!parseCommandLine(QCoreApplication::arguments(), commandLine, errorText)) {
+        qCritical().noquote() << errorText << "Try --help.";
+        return int(ExitCode::Usage);
+    }
+    return int(run(commandLine));
+}
