@@ -1,0 +1,6 @@
+include(CMakeFindDependencyMacro)
+find_dependency(Qt5 5.15 COMPONENTS Core)
+find_dependency(VelmarRecords)
+include(${CMAKE_CURRENT_LIST_DIR}/TinyBoundaryTargets.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/TinyBoundaryVelmarTargets.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/TinyBoundaryTzTargets.cmake)
