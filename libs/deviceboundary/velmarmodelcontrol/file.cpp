@@ -47,16 +47,18 @@ bool File::writeFileBinary(const QString &path, BizModel::Enum::File::FileType t
         qWarning().noquote() << "Cannot send file" << path << ": the device is gone";
         return false;
     }
-    Q_UNUSED(verify)
     Internal::FileSender sender(*device->link(), linkPolicy(), fileId);
     const auto showPercentage = [&callback](int percentage) {
         if (callback)
             callback(true, percentage, QString());
     };
+    // Of the other kinds of file only the device knows what is in them.
+    const bool isToBeChecked = verify && type == BizModel::Enum::File::FileType::Upgrade;
     const auto announced = m_announcedSizes.find(fileId);
     const bool isSent = sender.open(path)
         && (announced == m_announcedSizes.end() || sender.checkSize(announced->second))
-        && sender.sendOpening(int(type)) && sender.sendContents(showPercentage) && sender.sendEnd();
+        && (!isToBeChecked || sender.checkImage()) && sender.sendOpening(int(type))
+        && sender.sendContents(showPercentage) && sender.sendEnd();
     if (!isSent)
         qWarning().noquote() << "Cannot send file" << path << ":" << sender.errorText();
     return isSent;

@@ -2,6 +2,8 @@
 
 #include "exchange.h"
 
+#include <upgradeimage/imagereader.h>
+
 #include <QCborValue>
 #include <QCryptographicHash>
 
@@ -38,6 +40,13 @@ bool FileSender::checkSize(int announcedSize)
     return quint32(m_size) == quint32(announcedSize)
         || fail(
                QStringLiteral("it has %1 bytes, %2 were announced").arg(m_size).arg(announcedSize));
+}
+
+bool FileSender::checkImage()
+{
+    QString fault;
+    return UpgradeImage::ImageReader(m_file).check(fault)
+        || fail(QStringLiteral("it is no sound upgrade image: %1").arg(fault));
 }
 
 bool FileSender::sendOpening(int fileType)

@@ -25,6 +25,9 @@ public:
     /*! Is the file as long as it was announced? An announcement has room for 32 bits only. */
     bool checkSize(int announcedSize);
 
+    /*! Is the file a sound upgrade image? */
+    bool checkImage();
+
     /*! Tells the device which file comes: its type, its length and its hash. */
     bool sendOpening(int fileType);
 
