@@ -316,17 +316,21 @@ bool UpgradeProcessPrivate::importUpgradeFile(QString path)
         return false;
     }
 
-    const std::function<void(bool, int, QString)> showSent = [](bool isSending, int percent,
-                                                                const QString &) {
-        if (isSending)
-            showStatus(tr("Sending upgrade files,current progress is %1%").arg(percent), 5000);
-    };
-    if (!file.writeFileBinary(path, UpgradeFileType, announced.fileId, showSent, true)) {
+    if (!file.writeFileBinary(path, UpgradeFileType, announced.fileId, &showTransferProgress,
+                              true)) {
         // The transfer tells no cause: what is logged is what the announcement left.
         qWarning().noquote().nospace() << "Fail to send upgrade file binary data:" << errorText;
         return false;
     }
     return true;
+}
+
+void UpgradeProcessPrivate::showTransferProgress(bool isSending, int percentage,
+                                                 const QString &text)
+{
+    Q_UNUSED(text)
+    if (isSending)
+        showStatus(tr("Sending upgrade files,current progress is %1%").arg(percentage), 5000);
 }
 
 bool UpgradeProcessPrivate::setUpgradeConfigData()

@@ -40,6 +40,7 @@ public:
 
     // Sending, installing, restarting.
     bool importUpgradeFile(QString path);
+    static void showTransferProgress(bool isSending, int percentage, const QString &text);
     bool setUpgradeConfigData();
     bool readUpgradeProgress();
     bool restartDevice();

@@ -1,7 +1,7 @@
 #include "upgradefile.h"
 #include "upgradefile_p.h"
 
-#include "support/logrecorder.h"
+#include "support/logtext.h"
 #include "support/unprivileged.h"
 
 #include <tzcryptrc2/cryptrc2.h>
@@ -18,17 +18,6 @@ using Velmar::Firmware::UpgradeFile;
 using Velmar::Firmware::Internal::UpgradeFilePrivate;
 
 using FilePaths = QVector<QPair<QString, QString>>;
-
-// The lines as text, one a line, to come out of another process.
-static QByteArray logged(const LogRecorder &log)
-{
-    QByteArray text;
-    const auto lines = log.lines();
-    for (const LogRecorder::Line &line : lines)
-        text +=
-            (line.first == QtWarningMsg ? "warning: " : "debug: ") + line.second.toUtf8() + '\n';
-    return text;
-}
 
 class tst_UpgradeFile : public QObject {
     Q_OBJECT
@@ -319,7 +308,7 @@ void tst_UpgradeFile::destinationTooLong()
     QCOMPARE(made({ { path("body.bin"), "a" }, { path("secret.dat"), QString(257, 'p') } }),
              QString());
 
-    QCOMPARE(logged(log),
+    QCOMPARE(logText(log),
              "warning: Destination path is longer than 256 bytes:" + QByteArray(257, 'p') + "\n");
     // Nothing of the second file was touched, and the first one's body stays where it is.
     QCOMPARE(fileNames(), QStringList({ "body.bin", "secret.dat", "upgrade" }));
@@ -362,7 +351,7 @@ void tst_UpgradeFile::whatIsDeciphered()
     QCOMPARE(image().size(), 522 + body.size());
     QCOMPARE(stored(name), enciphered);
     QCOMPARE(QDir(m_folder->path()).entryList(QDir::Files | QDir::Hidden).size(), 2);
-    QCOMPARE(logged(log), QByteArray());
+    QCOMPARE(logText(log), QByteArray());
 }
 
 void tst_UpgradeFile::plainCopyIsRemoved()
@@ -419,7 +408,7 @@ void tst_UpgradeFile::imageCannotBeCreated()
     QCOMPARE(upgradeFile.makeUpgradeFile({ { path("body.bin"), "a" } }, path(folder), 1, "1"),
              QString());
 
-    QCOMPARE(logged(log), QByteArray("debug: open file failed.\n"));
+    QCOMPARE(logText(log), QByteArray("debug: open file failed.\n"));
     QVERIFY(QFileInfo(path("taken/upgrade/full")).isDir());
 }
 
@@ -435,7 +424,7 @@ void tst_UpgradeFile::imageInLockedFolder()
         UpgradeFile upgradeFile(nullptr);
         const QString image =
             upgradeFile.makeUpgradeFile({ { path("body.bin"), "a" } }, path("locked"), 1, "1");
-        return image.toUtf8() + '|' + logged(log);
+        return image.toUtf8() + '|' + logText(log);
     });
 
     QCOMPARE(outcome, QByteArray("|debug: open file failed.\n"));
@@ -464,7 +453,7 @@ void tst_UpgradeFile::oldImageIsRemoved()
 
     QCOMPARE(made({ { path("body.bin"), "a" } }).isEmpty(), !succeeds);
 
-    QCOMPARE(logged(log), QByteArray(succeeds ? "" : "debug: File is error:file length is 0\n"));
+    QCOMPARE(logText(log), QByteArray(succeeds ? "" : "debug: File is error:file length is 0\n"));
     QCOMPARE(image().size(), succeeds ? 523 : 0);
     QCOMPARE(stored("old"), QByteArray(1000, 'o'));
 }
@@ -490,7 +479,7 @@ void tst_UpgradeFile::fileHasNoLength()
     QCOMPARE(made({ { path("first.bin"), "a" }, { name.isEmpty() ? name : path(name), "b" } }),
              QString());
 
-    QCOMPARE(logged(log), QByteArray("debug: File is error:file length is 0\n"));
+    QCOMPARE(logText(log), QByteArray("debug: File is error:file length is 0\n"));
     QCOMPARE(image(), QByteArray(784, '\0') + "abc");
 }
 
@@ -503,9 +492,9 @@ void tst_UpgradeFile::cannotBeDeciphered()
     QCOMPARE(made({ { path("first.dat"), "a" }, { path("second.dat"), "b" } }), QString());
 
     // Whatever the cipher library has to say comes before.
-    QVERIFY2(logged(log).endsWith("debug: Decrypt file failed.\n"
-                                  "debug: File is error:file length is 0\n"),
-             logged(log).constData());
+    QVERIFY2(logText(log).endsWith("debug: Decrypt file failed.\n"
+                                   "debug: File is error:file length is 0\n"),
+             logText(log).constData());
     QCOMPARE(fileNames(), QStringList({ "first.dat", "second.dat", "upgrade" }));
 }
 
@@ -517,7 +506,7 @@ void tst_UpgradeFile::deciphersToNothing()
 
     QCOMPARE(made({ { path("first.dat"), "a" }, { path("second.dat"), "b" } }), QString());
 
-    QCOMPARE(logged(log), QByteArray("debug: File is error:file length is 0\n"));
+    QCOMPARE(logText(log), QByteArray("debug: File is error:file length is 0\n"));
     // The copy of the file that failed stays, that of the one before it is gone.
     QCOMPARE(fileNames(), QStringList({ "first.dat", "second.dat", "second.dat_dn", "upgrade" }));
 }
@@ -530,7 +519,7 @@ void tst_UpgradeFile::folderInsteadOfFile()
 
     QCOMPARE(made({ { path("folder.bin"), "a" } }), QString());
 
-    QCOMPARE(logged(log), "warning: Read file failed." + path("folder.bin").toUtf8() + "\n");
+    QCOMPARE(logText(log), "warning: Read file failed." + path("folder.bin").toUtf8() + "\n");
 }
 
 void tst_UpgradeFile::unreadableFile()
@@ -542,7 +531,7 @@ void tst_UpgradeFile::unreadableFile()
     const QByteArray outcome = Unprivileged::run([this] {
         const LogRecorder log;
         const QString image = made({ { path("body.bin"), "a" } });
-        return image.toUtf8() + '|' + logged(log);
+        return image.toUtf8() + '|' + logText(log);
     });
 
     QCOMPARE(outcome, "|warning: Read file failed." + path("body.bin").toUtf8() + "\n");
@@ -558,7 +547,7 @@ void tst_UpgradeFile::unreadablePlainCopy()
         const LogRecorder log;
         ::umask(0777);
         const QString image = made({ { path("first.dat"), "a" } });
-        return image.toUtf8() + '|' + logged(log);
+        return image.toUtf8() + '|' + logText(log);
     });
 
     QCOMPARE(outcome, "|warning: Read file failed." + path("first.dat_dn").toUtf8() + "\n");
@@ -575,7 +564,7 @@ void tst_UpgradeFile::fileShorterThanItsSize()
 
     QCOMPARE(made({ { shrunken, "a" } }), QString());
 
-    QCOMPARE(logged(log), "warning: Read file failed." + shrunken.toUtf8() + "\n");
+    QCOMPARE(logText(log), "warning: Read file failed." + shrunken.toUtf8() + "\n");
 }
 
 void tst_UpgradeFile::lengthsAreCutTo32Bits_data()
@@ -601,7 +590,7 @@ void tst_UpgradeFile::lengthsAreCutTo32Bits()
 
     made({ { path("body.bin"), "a" } });
 
-    QCOMPARE(logged(log), line.replace("PATH", path("body.bin").toUtf8()));
+    QCOMPARE(logText(log), line.replace("PATH", path("body.bin").toUtf8()));
     QTEST(image().size(), "imageSize");
 }
 
@@ -617,7 +606,7 @@ void tst_UpgradeFile::fullDiskGoesUnnoticed()
         ::setrlimit(RLIMIT_FSIZE, &limit);
         const LogRecorder log;
         const QString image = made({ { path("body.bin"), "a" } });
-        return image.toUtf8() + '|' + logged(log);
+        return image.toUtf8() + '|' + logText(log);
     });
 
     QCOMPARE(outcome, imagePath().toUtf8() + '|');
