@@ -674,6 +674,8 @@ private:
 
     void write(const QByteArray &contents, const char *name)
     {
+        // A file that is truncated and written again is flushed to disk by some file systems.
+        QFile::remove(path(name));
         QFile file(path(name));
         QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(contents), qint64(contents.size()));

@@ -1,0 +1,591 @@
+#include <tzcryptrc2/cryptrc2.h>
+
+#include <QtTest>
+
+#include <QDirIterator>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+namespace {
+
+struct Outcome {
+    int exitCode = -1;
+    QByteArray output;
+    QByteArray errors;
+};
+
+// A sound image with one body of ten bytes for "a".
+QByteArray tenBytes()
+{
+    return QByteArray::fromHex("1201000004030201a801000177") + QByteArray(243, '\0') + 'a'
+        + QByteArray(255, '\0') + QByteArray::fromHex("080100000a000000") + "0123456789"
+        + QByteArray::fromHex("d657");
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(cannot be opened)");
+}
+
+} // namespace
+
+/*! Runs the program as its users do. */
+class tst_VelmarPackage : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_folder.reset(new QTemporaryDir);
+        QVERIFY(m_folder->isValid());
+    }
+
+    void commandLine_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QByteArray>("error");
+
+        const auto row = [](const char *name, const char *words, const char *error) {
+            QTest::newRow(name) << QString::fromLatin1(words).split(u' ', Qt::SkipEmptyParts)
+                                << QByteArray(error);
+        };
+        row("nothing", "", "No command is given.");
+        row("unknown command", "pack a b", "There is no command \"pack\".");
+        row("unknown option", "image --fast a", "Unknown option 'fast'.");
+        row("option without its value", "encipher a b --key-file",
+            "Missing value after '--key-file'.");
+        row("one path of two", "encipher a", "\"encipher\" takes 2 paths, not 1.");
+        row("a path too many", "image a b", "\"image\" takes 1 paths, not 2.");
+        row("JSON of a file", "decipher a b --json", "--json is for \"image\" only.");
+        row("key of an image", "image a --key-file k",
+            "\"image\" takes neither --force nor --key-file.");
+        row("force of an image", "image a --force",
+            "\"image\" takes neither --force nor --key-file.");
+    }
+    void commandLine()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, error);
+
+        const Outcome outcome = run(arguments);
+
+        QCOMPARE(outcome.errors, "velmar-package: " + error + " Try --help.\n");
+        QCOMPARE(outcome.output, QByteArray());
+        QCOMPARE(outcome.exitCode, 64);
+    }
+
+    void help()
+    {
+        const Outcome outcome = run({ QStringLiteral("--help") });
+
+        QVERIFY(outcome.output.startsWith("Usage: velmar-package COMMAND [OPTIONS]\n"));
+        QCOMPARE(outcome.errors, QByteArray());
+        QCOMPARE(outcome.exitCode, 0);
+    }
+
+    void version()
+    {
+        const Outcome outcome = run({ QStringLiteral("--version") });
+
+        QCOMPARE(outcome.output, QByteArray("velmar-package " VELMAR_VERSION "\n"));
+        QCOMPARE(outcome.exitCode, 0);
+    }
+
+    void outputThatIsFull()
+    {
+        const Outcome outcome = run({ QStringLiteral("--help") }, QStringLiteral("/dev/full"));
+
+        QCOMPARE(outcome.errors,
+                 QByteArray("velmar-package: standard output: No space left on "
+                            "device\n"));
+        QCOMPARE(outcome.exitCode, 74);
+    }
+
+    void thereAndBack()
+    {
+        write("plain bytes", "in");
+
+        QCOMPARE(run("encipher in enciphered").exitCode, 0);
+        QCOMPARE(run("decipher enciphered out").exitCode, 0);
+
+        QVERIFY(read("enciphered").startsWith("VRC2"));
+        QCOMPARE(read("out"), QByteArray("plain bytes"));
+    }
+
+    void keyFile()
+    {
+        write("plain bytes", "in");
+        write("key = 00112233445566778899\n", "key");
+        QCOMPARE(run("encipher in enciphered --key-file key").exitCode, 0);
+
+        QCOMPARE(run("decipher enciphered out --key-file key").exitCode, 0);
+        QCOMPARE(read("out"), QByteArray("plain bytes"));
+
+        const Outcome outcome = run("decipher enciphered other");
+        QCOMPARE(outcome.errors,
+                 QByteArray("velmar-package: Failed to decipher enciphered: The file is damaged, "
+                            "or enciphered with another key.\n"));
+        QCOMPARE(outcome.exitCode, 65);
+        QVERIFY(!exists("other"));
+    }
+
+    void badKeyFile_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("error");
+        QTest::addColumn<int>("exitCode");
+
+        QTest::newRow("malformed") << QStringLiteral("bad")
+                                   << QByteArray("bad, line 1: only \"key = ...\" and "
+                                                 "\"effective-bits = ...\" are known")
+                                   << 65;
+        QTest::newRow("missing") << QStringLiteral("none")
+                                 << QByteArray("none: No such file or directory") << 66;
+    }
+    void badKeyFile()
+    {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, error);
+        write("plain bytes", "in");
+        write("password", "bad");
+
+        const Outcome outcome = run("encipher in out --key-file " + name);
+
+        QCOMPARE(outcome.errors, "velmar-package: " + error + '\n');
+        QTEST(outcome.exitCode, "exitCode");
+        QVERIFY(!exists("out"));
+    }
+
+    void convertFailures_data()
+    {
+        QTest::addColumn<QString>("words");
+        QTest::addColumn<QByteArray>("error");
+        QTest::addColumn<int>("exitCode");
+
+        const auto row = [](const char *name, const char *words, const char *error, int exitCode) {
+            QTest::newRow(name) << QString::fromLatin1(words) << QByteArray(error) << exitCode;
+        };
+        row("missing input", "encipher none out", "none: no such file", 66);
+        row("folder as input", "decipher . out", ".: no such file", 66);
+        row("output is there", "encipher in former", "former is there already", 73);
+        row("input itself", "encipher in in", "in is there already", 73);
+        row("input itself, by force", "encipher in in --force",
+            "Failed to encipher in: Source and target are the same file.", 74);
+        row("folder as output, by force", "encipher in folder --force",
+            "Failed to encipher in: The target is there and not a file.", 74);
+        row("output in a missing folder", "encipher in none/out",
+            "Failed to encipher in: none/out: No such file or directory", 74);
+        row("plain file", "decipher in out",
+            "Failed to decipher in: The file is cut off or not enciphered.", 65);
+    }
+    void convertFailures()
+    {
+        QFETCH(QString, words);
+        QFETCH(QByteArray, error);
+        write("plain bytes", "in");
+        write("former", "former");
+        QVERIFY(QDir(m_folder->path()).mkdir(QStringLiteral("folder")));
+
+        const Outcome outcome = run(words);
+
+        QCOMPARE(outcome.errors, "velmar-package: " + error + '\n');
+        QTEST(outcome.exitCode, "exitCode");
+        QCOMPARE(read("in"), QByteArray("plain bytes"));
+        QCOMPARE(read("former"), QByteArray("former"));
+        QVERIFY(!exists("out"));
+    }
+
+    void outputIsReplacedByForce()
+    {
+        write("plain bytes", "in");
+        write("former", "out");
+
+        QCOMPARE(run("encipher in out --force").exitCode, 0);
+
+        QVERIFY(read("out").startsWith("VRC2"));
+    }
+
+    void soundImage()
+    {
+        write(tenBytes(), "image");
+
+        const Outcome outcome = run("image image");
+
+        QCOMPARE(outcome.output,
+                 QByteArray("size         532\n"
+                            "data length  274\n"
+                            "version      1.2.3.4\n"
+                            "mark         0xa8\n"
+                            "files        1\n"
+                            "model        0x7701\n"
+                            "sum          0x57d6\n"
+                            "\n"
+                            "     #      offset      length  destination\n"
+                            "     0         264          10  a\n"
+                            "\n"
+                            "sound\n"));
+        QCOMPARE(outcome.errors, QByteArray());
+        QCOMPARE(outcome.exitCode, 0);
+    }
+
+    void soundImageAsJson()
+    {
+        write(tenBytes(), "image");
+
+        const Outcome outcome = run("image image --json");
+
+        const QJsonObject expected {
+            { "size", 532 },
+            { "sound", true },
+            { "faults", QJsonArray() },
+            { "header",
+              QJsonObject { { "dataLength", 274 },
+                            { "version", "1.2.3.4" },
+                            { "mark", 168 },
+                            { "fileCount", 1 },
+                            { "modelId", 0x7701 } } },
+            { "records",
+              QJsonArray { QJsonObject {
+                  { "path", "a" }, { "offset", 264 }, { "length", 10 }, { "position", 520 } } } },
+            { "sum", QJsonObject { { "stored", 0x57D6 }, { "computed", 0x57D6 } } },
+        };
+        QCOMPARE(QJsonDocument::fromJson(outcome.output).object(), expected);
+        QCOMPARE(outcome.exitCode, 0);
+    }
+
+    void unsoundImage_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QStringList>("faults");
+
+        const auto text = [](const char *latin1) {
+            return QString::fromLatin1(latin1);
+        };
+        QTest::newRow("empty file")
+            << QByteArray() << QStringList { text("the file has 0 bytes, an image at least 258") };
+        QTest::newRow("body changed")
+            << tenBytes().replace(525, 1, "0")
+            << QStringList { text("the sum is 0x57d6 instead of 0x57d1") };
+        QTest::newRow("cut off in its table")
+            << tenBytes().left(400)
+            << QStringList { text("the data length is 274, but the file has room for 142"),
+                             text("the table ends behind record 0 of 1"),
+                             text("the sum is 0x0000 instead of 0x55b6") };
+    }
+    void unsoundImage()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QStringList, faults);
+        write(bytes, "image");
+
+        const Outcome json = run("image image --json");
+        const Outcome text = run("image image");
+
+        const QJsonObject report = QJsonDocument::fromJson(json.output).object();
+        QCOMPARE(report.value(QLatin1String("sound")), QJsonValue(false));
+        QCOMPARE(report.value(QLatin1String("faults")).toVariant().toStringList(), faults);
+        QCOMPARE(json.exitCode, 65);
+        QVERIFY(text.output.endsWith(
+            "\nunsound: " + faults.join(QStringLiteral("\nunsound: ")).toUtf8() + '\n'));
+        QCOMPARE(text.exitCode, 65);
+    }
+
+    void pathThatSteersTheTerminal()
+    {
+        write(tenBytes().replace(256, 5, "\x1b[2J\n"), "image");
+
+        const Outcome outcome = run("image image");
+
+        QVERIFY(outcome.output.contains(" \\x1b[2J\\x0a\n"));
+        QVERIFY(!outcome.output.contains('\x1b'));
+    }
+
+    void missingImage()
+    {
+        const Outcome outcome = run("image none");
+
+        QCOMPARE(outcome.errors, QByteArray("velmar-package: none: no such file\n"));
+        QCOMPARE(outcome.exitCode, 66);
+    }
+
+    void examplePackage()
+    {
+        const Outcome outcome =
+            run({ QStringLiteral("create"), QStringLiteral(VELMAR_EXAMPLE "/manifest.json"),
+                  path("package") });
+
+        QCOMPARE(outcome.errors, QByteArray());
+        QCOMPARE(outcome.exitCode, 0);
+        QCOMPARE(
+            filesBelow(path("package")),
+            QStringList({ "DataFilPathCfg.xml", "PackageCfg.xml", "controller/DataPackage.xml",
+                          "controller/FPGA.dat", "controller/MCU.dat", "controller/MCU_Back.dat",
+                          "controller/font12.dat", "controller/kernel.bin", "controller/osd.json",
+                          "dp-sdi-input/DataPackage.xml", "dp-sdi-input/FPGA-board1.dat",
+                          "dp-sdi-input/FPGA-board2.dat", "dp-sdi-input/MCU.dat",
+                          "dp-sdi-input/SDI.dat", "hdmi-input/DataPackage.xml",
+                          "hdmi-input/FPGA.dat", "hdmi-input/MCU.dat", "hdmi-input/edid.bin" }));
+        for (const char *name : { "controller/font12.dat", "controller/kernel.bin",
+                                  "controller/osd.json", "hdmi-input/edid.bin" })
+            QCOMPARE(readFile(path("package/") + name),
+                     readFile(QString(VELMAR_EXAMPLE "/") + name));
+        for (const char *name :
+             { "controller/FPGA.dat", "controller/MCU.dat", "controller/MCU_Back.dat",
+               "dp-sdi-input/FPGA-board1.dat", "dp-sdi-input/FPGA-board2.dat",
+               "dp-sdi-input/MCU.dat", "dp-sdi-input/SDI.dat", "hdmi-input/FPGA.dat",
+               "hdmi-input/MCU.dat" }) {
+            QVERIFY(CryptRc2().ReadFileToEncryptOrDecrypt(path("package/") + name, path("plain"),
+                                                          CRYPTSTYLE_FILE, CRYPTTYPE_DECRYPT));
+            QCOMPARE(read("plain"), readFile(QString(VELMAR_EXAMPLE "/") + name));
+        }
+    }
+
+    void xmlOfAPackage()
+    {
+        writePlainFolder();
+
+        QCOMPARE(run("create plain/manifest.json package").exitCode, 0);
+
+        QCOMPARE(read("package/PackageCfg.xml"),
+                 QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                            "<PackageCfg>\n"
+                            "    <string>main &amp; more</string>\n"
+                            "</PackageCfg>\n"));
+        QCOMPARE(read("package/main & more/DataPackage.xml"),
+                 QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                            "<DataPackage DeviceTypes=\"\" Version=\"3.1\" ModuleID=\"0x7701\" "
+                            "IsSupportFromScratch=\"false\" StepType=\"0\">\n"
+                            "    <EndSendCmd>\n"
+                            "        <CommandConfig CmdName=\"Done\" Data=\"&lt;&quot;\" "
+                            "IsCommonCmd=\"false\" Address=\"0x10\" WaitTime=\"0\" TimeOut=\"0\" "
+                            "ExecuteTimes=\"0\" CmdFromNoneType=\"0\" SpecialPackID=\"0\"/>\n"
+                            "    </EndSendCmd>\n"
+                            "    <FileInfo IsSupportBroadcast=\"false\" IsMCUFile=\"false\" "
+                            "IsFileAddrNoIncrease=\"false\" Version=\"\" Remark=\"\" "
+                            "FileName=\"MCU.dat\" FileLabel=\"MCU\" Address=\"0\" "
+                            "ExtendNum=\"0\"/>\n"
+                            "</DataPackage>\n"));
+        QCOMPARE(read("package/DataFilPathCfg.xml"),
+                 QByteArray("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                            "<Velmar>\n"
+                            "    <File>\n"
+                            "        <SrcPath>main &amp; more/MCU.dat</SrcPath>\n"
+                            "        <DestPath>/mcu</DestPath>\n"
+                            "    </File>\n"
+                            "    <File>\n"
+                            "        <SrcPath>main &amp; more/MCU.dat</SrcPath>\n"
+                            "        <DestPath>/mcu2</DestPath>\n"
+                            "    </File>\n"
+                            "</Velmar>\n"));
+    }
+
+    void packageWithAKey()
+    {
+        writePlainFolder();
+        write("key = 0011\n", "key");
+
+        QCOMPARE(run("create plain/manifest.json package --key-file key").exitCode, 0);
+
+        QCOMPARE(
+            run({ "decipher", "package/main & more/MCU.dat", "out", "--key-file", "key" }).exitCode,
+            0);
+        QCOMPARE(read("out"), QByteArray("firmware"));
+    }
+
+    void placeThatIsTaken_data()
+    {
+        QTest::addColumn<QString>("place");
+        QTest::addColumn<bool>("force");
+        QTest::addColumn<QByteArray>("error");
+
+        QTest::newRow("a package")
+            << QStringLiteral("former") << false << QByteArray("former is there already");
+        QTest::newRow("a file, by force")
+            << QStringLiteral("file") << true
+            << QByteArray("file is no package and will not be replaced");
+        QTest::newRow("a folder with other files, by force")
+            << QStringLiteral("folder") << true
+            << QByteArray("folder is no package and will not be replaced");
+        QTest::newRow("a link to a package, by force")
+            << QStringLiteral("link") << true
+            << QByteArray("link is no package and will not be replaced");
+        QTest::newRow("the plain folder, by force")
+            << QStringLiteral("plain") << true
+            << QByteArray("plain is no package and will not be replaced");
+        QTest::newRow("a package that holds the manifest, by force")
+            << QStringLiteral("both") << true
+            << QByteArray("both holds the manifest and will not be replaced");
+        QTest::newRow("a missing folder") << QStringLiteral("none/package") << false
+                                          << QByteArray("no folder can be made in FOLDER/none");
+    }
+    void placeThatIsTaken()
+    {
+        QFETCH(QString, place);
+        QFETCH(bool, force);
+        QFETCH(QByteArray, error);
+        writePlainFolder();
+        QCOMPARE(run("create plain/manifest.json former").exitCode, 0);
+        QVERIFY(QFile::link(path("former"), path("link")));
+        write("precious", "file");
+        write("precious", "folder/file");
+        write("<PackageCfg/>", "both/PackageCfg.xml");
+        QVERIFY(QFile::rename(path("plain"), path("both/plain")));
+        QVERIFY(QFile::link(path("both/plain"), path("plain")));
+        const QStringList before = filesBelow(m_folder->path());
+
+        const Outcome outcome =
+            run("create plain/manifest.json " + place + (force ? " --force" : ""));
+
+        QCOMPARE(outcome.errors,
+                 "velmar-package: " + error.replace("FOLDER", m_folder->path().toUtf8()) + '\n');
+        QCOMPARE(outcome.exitCode, 73);
+        QCOMPARE(filesBelow(m_folder->path()), before);
+    }
+
+    void replacedByForce_data()
+    {
+        QTest::addColumn<QString>("former");
+
+        QTest::newRow("a package") << QStringLiteral("package/PackageCfg.xml");
+        QTest::newRow("an empty folder") << QString();
+        QTest::newRow("nothing") << QStringLiteral("elsewhere");
+    }
+    void replacedByForce()
+    {
+        QFETCH(QString, former);
+        writePlainFolder();
+        if (former.isEmpty())
+            QVERIFY(QDir(m_folder->path()).mkdir(QStringLiteral("package")));
+        else
+            write("former", former.toUtf8().constData());
+        if (former.startsWith(QLatin1String("package")))
+            write("former", "package/old.bin");
+
+        const Outcome outcome = run("create plain/manifest.json package/ --force");
+
+        QCOMPARE(outcome.errors, QByteArray());
+        QCOMPARE(outcome.exitCode, 0);
+        QCOMPARE(filesBelow(path("package")),
+                 QStringList({ "DataFilPathCfg.xml", "PackageCfg.xml",
+                               "main & more/DataPackage.xml", "main & more/MCU.dat" }));
+        QCOMPARE(QDir(m_folder->path())
+                     .entryList(QDir::Hidden | QDir::Dirs | QDir::NoDotAndDotDot)
+                     .filter(QRegularExpression(QStringLiteral("^\\."))),
+                 QStringList());
+    }
+
+    void badManifest()
+    {
+        writePlainFolder();
+        QVERIFY(QFile::remove(path("plain/main & more/MCU.dat")));
+
+        const Outcome outcome = run("create plain/manifest.json package");
+
+        QCOMPARE(outcome.errors,
+                 "velmar-package: plain/manifest.json: units[0].files[0].fileName names the file "
+                     + m_folder->path().toUtf8()
+                     + "/plain/main & more/MCU.dat, which is not there\n");
+        QCOMPARE(outcome.exitCode, 65);
+        QVERIFY(!exists("package"));
+    }
+
+    void missingManifest()
+    {
+        const Outcome outcome = run("create none.json package");
+
+        QCOMPARE(outcome.errors, QByteArray("velmar-package: none.json: no such file\n"));
+        QCOMPARE(outcome.exitCode, 66);
+    }
+
+    void fullDisk()
+    {
+        writePlainFolder();
+        write(QByteArray(100000, 'f'), "plain/main & more/MCU.dat");
+
+        const Outcome outcome = runShell("trap '' XFSZ; ulimit -f 8; exec \"$0\" create "
+                                         "plain/manifest.json package");
+
+        QVERIFY(outcome.errors.contains("MCU.dat cannot be enciphered"));
+        QCOMPARE(outcome.exitCode, 74);
+        QCOMPARE(QDir(m_folder->path())
+                     .entryList(QDir::Hidden | QDir::AllEntries | QDir::NoDotAndDotDot),
+                 QStringList(QStringLiteral("plain")));
+    }
+
+private:
+    QString path(const char *name) const { return m_folder->filePath(QString::fromUtf8(name)); }
+    QByteArray read(const char *name) const { return readFile(path(name)); }
+    bool exists(const char *name) const { return QFileInfo::exists(path(name)); }
+
+    void write(const QByteArray &contents, const char *name)
+    {
+        QVERIFY(QDir().mkpath(QFileInfo(path(name)).path()));
+        QFile file(path(name));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(contents), qint64(contents.size()));
+    }
+
+    void writePlainFolder()
+    {
+        write("{\"manifestVersion\": 1, \"units\": [{ \"folder\": \"main & more\", "
+              "\"version\": \"3.1\", \"moduleId\": 30465, \"stepType\": 0, "
+              "\"endSendCommands\": [{ \"cmdName\": \"Done\", \"data\": \"<\\\"\", "
+              "\"address\": \"0x10\" }], "
+              "\"files\": [{ \"fileName\": \"MCU.dat\", \"fileLabel\": \"MCU\", "
+              "\"targetPaths\": [\"/mcu\", \"/mcu2\"] }] }] }",
+              "plain/manifest.json");
+        write("firmware", "plain/main & more/MCU.dat");
+    }
+
+    static QStringList filesBelow(const QString &folder)
+    {
+        QStringList files;
+        for (QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System,
+                             QDirIterator::Subdirectories);
+             it.hasNext();)
+            files.append(QDir(folder).relativeFilePath(it.next()));
+        files.sort();
+        return files;
+    }
+
+    Outcome run(const QString &words) { return run(words.split(u' ', Qt::SkipEmptyParts)); }
+    Outcome run(const char *words) { return run(QString::fromLatin1(words)); }
+    Outcome run(const QStringList &arguments, const QString &output = QString())
+    {
+        return runProgram(QStringLiteral(VELMAR_PACKAGE), arguments, output);
+    }
+
+    Outcome runShell(const char *script)
+    {
+        return runProgram(
+            QStringLiteral("sh"),
+            { QStringLiteral("-c"), QString::fromLatin1(script), QStringLiteral(VELMAR_PACKAGE) });
+    }
+
+    Outcome runProgram(const QString &program, const QStringList &arguments,
+                       const QString &output = QString())
+    {
+        QProcess process;
+        process.setWorkingDirectory(m_folder->path());
+        if (!output.isEmpty())
+            process.setStandardOutputFile(output);
+        process.start(program, arguments);
+        Outcome outcome;
+        if (process.waitForFinished() && process.exitStatus() == QProcess::NormalExit)
+            outcome.exitCode = process.exitCode();
+        outcome.output = process.readAllStandardOutput();
+        outcome.errors = process.readAllStandardError();
+        return outcome;
+    }
+
+    QScopedPointer<QTemporaryDir> m_folder;
+};
+
+QTEST_GUILESS_MAIN(tst_VelmarPackage)
+
+#include "tst_velmarpackage.moc"
