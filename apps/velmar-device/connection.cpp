@@ -1,0 +1,184 @@
+#include "connection.h"
+
+#include "trace.h"
+
+#include <QHostAddress>
+#include <QTcpSocket>
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace Velmar::Simulator {
+
+namespace {
+
+constexpr qint64 MaxUnread = 262144; // bytes that wait in this process until they are looked at
+constexpr qint64 MaxUnsent = 1048576; // bytes of answers that a host may leave unread
+constexpr qint64 ReadSize = 65536;
+constexpr int PacesPerSecond = 20; // of a slow link
+
+QString peerName(const QTcpSocket &socket)
+{
+    return QString::fromLatin1("%1:%2").arg(socket.peerAddress().toString()).arg(socket.peerPort());
+}
+
+} // namespace
+
+Connection::Connection(std::unique_ptr<QTcpSocket> socket, const OperationTable &operations,
+                       Trace &trace, const LinkPolicy &policy)
+    : m_socket(std::move(socket))
+    , m_operations(operations)
+    , m_trace(trace)
+    , m_policy(policy)
+    , m_peer(peerName(*m_socket))
+{
+    m_socket->setParent(nullptr); // its server would free it a second time
+    m_socket->setReadBufferSize(MaxUnread);
+    m_socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    m_silence.setSingleShot(true);
+    m_pace.setSingleShot(true);
+    m_pace.setTimerType(Qt::PreciseTimer);
+    connect(m_socket.get(), &QTcpSocket::readyRead, this, [this] {
+        watchSilence();
+        work();
+    });
+    connect(m_socket.get(), &QTcpSocket::bytesWritten, this, [this] {
+        followUp();
+        work();
+    });
+    connect(m_socket.get(), &QTcpSocket::disconnected, this, &Connection::end);
+    connect(&m_pace, &QTimer::timeout, this, [this] {
+        watchSilence();
+        work();
+    });
+    connect(&m_silence, &QTimer::timeout, this,
+            [this] { drop(QString::fromLatin1("the host is silent")); });
+    watchSilence();
+}
+
+Connection::~Connection()
+{
+    m_socket->disconnect(this);
+}
+
+void Connection::end()
+{
+    if (m_isOver)
+        return;
+    m_isOver = true;
+    m_silence.stop();
+    m_pace.stop();
+    m_socket->abort();
+    followUp();
+    Q_EMIT ended();
+}
+
+void Connection::pauseSilenceLimit(qint64 milliseconds)
+{
+    m_pause.setRemainingTime(milliseconds);
+    watchSilence();
+}
+
+void Connection::resumeSilenceLimit()
+{
+    m_pause.setRemainingTime(0);
+    watchSilence();
+}
+
+void Connection::work()
+{
+    while (!m_isOver && !m_pace.isActive() && m_socket->bytesToWrite() < MaxUnsent) {
+        QCborMap message;
+        switch (m_frames.next(message)) {
+        case SSProxy::FrameReader::Status::Message:
+            carryOut(message);
+            break;
+        case SSProxy::FrameReader::Status::Incomplete:
+            if (!readMore())
+                return;
+            break;
+        case SSProxy::FrameReader::Status::Broken:
+            drop(m_frames.errorText());
+            break;
+        }
+    }
+}
+
+bool Connection::readMore()
+{
+    const qint64 limit = m_policy.bytesPerSecond == 0
+        ? ReadSize
+        : std::clamp(m_policy.bytesPerSecond / PacesPerSecond, qint64(1), ReadSize);
+    const QByteArray bytes = m_socket->read(limit);
+    m_frames.append(bytes);
+    holdBack(bytes.size());
+    return !bytes.isEmpty();
+}
+
+void Connection::carryOut(const QCborMap &message)
+{
+    SSProxy::RequestMessage request;
+    QString fault;
+    if (!request.fromCbor(message, fault)) {
+        drop(fault);
+        return;
+    }
+    m_trace.request(m_peer, request);
+    const Reply reply = m_operations.perform(request.operation, request.arguments, *this);
+    if (reply.dropsConnection) {
+        drop(QString::fromLatin1("a fault drops the connection at %1").arg(request.operation));
+        return;
+    }
+    SSProxy::AnswerMessage answer;
+    answer.label = request.label;
+    answer.ack = quint16(reply.outcome.ack);
+    answer.errorText = reply.outcome.errorText;
+    answer.values = reply.values;
+    m_afterwards = reply.afterwards;
+    send(request.operation, answer);
+}
+
+void Connection::send(const QString &operation, const SSProxy::AnswerMessage &answer)
+{
+    m_trace.answer(m_peer, operation, answer);
+    const QByteArray frame = SSProxy::encodeFrame(answer.toCbor());
+    m_socket->write(frame);
+    m_socket->flush();
+    holdBack(frame.size());
+    followUp();
+}
+
+/*! Does what was to follow the answer, as soon as that has left or cannot leave any more. */
+void Connection::followUp()
+{
+    if (m_afterwards && (m_isOver || m_socket->bytesToWrite() == 0))
+        std::exchange(m_afterwards, nullptr)();
+}
+
+void Connection::holdBack(qint64 bytes)
+{
+    if (m_policy.bytesPerSecond == 0)
+        return;
+    const qint64 busy = std::max(m_pace.remainingTime(), 0);
+    m_pace.start(int(std::min<qint64>(busy + bytes * 1000 / m_policy.bytesPerSecond,
+                                      std::numeric_limits<int>::max())));
+}
+
+/*! Counts the silence from now on. */
+void Connection::watchSilence()
+{
+    if (m_isOver)
+        return;
+    const qint64 held = m_pause.remainingTime() + qint64(std::max(m_pace.remainingTime(), 0));
+    m_silence.start(
+        int(std::min<qint64>(held + m_policy.silenceLimitMs, std::numeric_limits<int>::max())));
+}
+
+void Connection::drop(const QString &reason)
+{
+    qInfo("The connection of %s is dropped: %s.", qUtf8Printable(m_peer), qUtf8Printable(reason));
+    end();
+}
+
+} // namespace Velmar::Simulator

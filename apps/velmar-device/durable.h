@@ -1,0 +1,19 @@
+#ifndef VELMARDEVICE_DURABLE_H
+#define VELMARDEVICE_DURABLE_H
+
+#include <QString>
+
+class QFile;
+
+namespace Velmar::Simulator {
+
+/*! Writes what \a file holds back to the disk. False if the disk could not take it. */
+bool syncFile(QFile &file);
+
+/*! Writes the entries of the folder \a path back to the disk: the names of new, moved and removed
+    files. False if the disk could not take it. */
+bool syncFolder(const QString &path);
+
+} // namespace Velmar::Simulator
+
+#endif // VELMARDEVICE_DURABLE_H

@@ -1,0 +1,62 @@
+#ifndef VELMARDEVICE_FAULTS_H
+#define VELMARDEVICE_FAULTS_H
+
+#include <QString>
+#include <QtGlobal>
+
+#include <map>
+#include <vector>
+
+namespace Velmar::Simulator {
+
+/*! What a simulated device can be told to do wrong. */
+enum class Fault {
+    RefuseAnnounce,
+    CutTransfer,
+    RefuseConfigure,
+    DropProgress,
+    RefuseProgress,
+    InstallFails,
+    NeverEnds,
+    PowerCut,
+    RefuseRestart,
+    NoReturn,
+    SlowLink,
+};
+
+/*! One line of the table of faults. */
+struct FaultDescription {
+    Fault fault;
+    const char *name; //!< as on the command line
+    const char *valueName; //!< what N stands for; null: the fault takes no value
+    qint64 minimum; //!< of N
+    qint64 maximum; //!< of N
+    qint64 defaultValue; //!< N if none is given; below \a minimum: N has to be given
+    const char *help;
+};
+
+/*! The faults of one device, as chosen on the command line. Does not change while it runs. */
+class Faults {
+public:
+    /*! All faults there are, in the order of the help text. */
+    static const std::vector<FaultDescription> &descriptions();
+
+    /*! The table of faults for the help text, one paragraph for each. */
+    static QString helpText();
+
+    /*! Adds the fault \a text, "NAME" or "NAME=N"; of two with the same name the later one counts.
+        False, with \a errorText set, if there is no such fault or N is not what it takes. */
+    bool add(const QString &text, QString &errorText);
+
+    bool isSet(Fault fault) const;
+
+    /*! N of \a fault; \a otherwise if the fault is not set. */
+    qint64 value(Fault fault, qint64 otherwise) const;
+
+private:
+    std::map<Fault, qint64> m_values;
+};
+
+} // namespace Velmar::Simulator
+
+#endif // VELMARDEVICE_FAULTS_H

@@ -1,0 +1,44 @@
+#include "operationtable.h"
+
+namespace Velmar::Simulator {
+
+LinkSession::~LinkSession() = default;
+
+Reply Reply::accepted(const QCborMap &values)
+{
+    Reply reply;
+    reply.values = values;
+    return reply;
+}
+
+Reply Reply::refused(const Outcome &outcome)
+{
+    Reply reply;
+    reply.outcome = outcome;
+    return reply;
+}
+
+Reply Reply::dropped()
+{
+    Reply reply;
+    reply.dropsConnection = true;
+    return reply;
+}
+
+void OperationTable::add(const QString &name, OperationHandler handler)
+{
+    Q_ASSERT(!m_handlers.contains(name));
+    m_handlers.insert(name, std::move(handler));
+}
+
+Reply OperationTable::perform(const QString &operation, const QCborMap &arguments,
+                              LinkSession &session) const
+{
+    const auto handler = m_handlers.constFind(operation);
+    if (handler == m_handlers.constEnd())
+        return Reply::refused({ LinkAck::UnknownOperation,
+                                QString::fromLatin1("unknown operation \"%1\"").arg(operation) });
+    return (*handler)(arguments, session);
+}
+
+} // namespace Velmar::Simulator

@@ -1,0 +1,212 @@
+#include "options.h"
+
+#include <QCommandLineParser>
+
+#include <limits>
+
+namespace Velmar::Simulator {
+
+namespace {
+
+void describeOptions(QCommandLineParser &parser)
+{
+    const DeviceSettings defaults;
+    const auto text = [](const char *format, int value) {
+        return QString::fromLatin1(format).arg(value);
+    };
+    const auto option = [&parser](const char *name, const char *value, const QString &description) {
+        parser.addOption(
+            QCommandLineOption(QLatin1String(name), description, QLatin1String(value)));
+    };
+    const auto flag = [&parser](const QStringList &names, const char *description) {
+        parser.addOption(QCommandLineOption(names, QLatin1String(description)));
+    };
+    parser.setApplicationDescription(QStringLiteral(
+        "Behaves as a device on the network would: takes images, installs them, restarts.\n"
+        "Prints a JSON line on standard output when hosts can connect and when it restarts.\n"
+        "SIGTERM and SIGINT switch it off."));
+    option("listen", "ADDR[:PORT]",
+           text("IPv4 loopback address and TCP port for hosts; port 0: any (default "
+                "127.0.0.1:%1).",
+                defaults.port));
+    option("probe-port", "PORT|off",
+           text("UDP port on which hosts look for devices; 0: any (default %1).",
+                *defaults.probePort));
+    option("catalogue", "FILE",
+           QStringLiteral("Catalogue of device and card models (default: the built-in one)."));
+    option("model", "NAME|ID",
+           QStringLiteral("Model of the device (default: the catalogue's first)."));
+    option("card", "SLOT=MODEL[:BOARD]",
+           QStringLiteral("A fitted card, its model by name or id, its board (default: the model's "
+                          "first). Repeatable. Without --card, one card of each board that the "
+                          "device takes is fitted."));
+    flag({ QStringLiteral("no-cards") }, "Fits no card at all.");
+    option("serial", "TEXT",
+           QStringLiteral("Serial number (default: made up at the first start)."));
+    option("name", "TEXT", QStringLiteral("Name of the device (default: that of its model)."));
+    option("file-version", "VERSION",
+           QStringLiteral("Version that the device reports for its section \"fileVersion\" until "
+                          "an image brings another (default: %1 at the first start).")
+               .arg(QLatin1String(SimulatedDevice::FirstFileVersion)));
+    option("state", "DIR",
+           QStringLiteral("Folder for all that the device remembers (default: a temporary one)."));
+    option("trace", "FILE",
+           QStringLiteral("Appends each request and answer to FILE, as a JSON line."));
+    option("install-ms", "MS",
+           text("How long an installation takes at least (default %1).", defaults.installMs));
+    option("restart-ms", "MS",
+           text("How long the device is away for a restart (default %1).", defaults.restartMs));
+    option("heartbeat-ms", "MS",
+           text("How long a host may be silent before it is dropped (default %1).",
+                defaults.heartbeatMs));
+    option("fault", "NAME[=N]", QStringLiteral("Does something wrong, see below. Repeatable."));
+    flag({ QStringLiteral("h"), QStringLiteral("help") }, "Shows this text.");
+    flag({ QStringLiteral("version") }, "Shows the version.");
+}
+
+/*! Reads the values of single options; remembers the first fault. */
+class ValueReader {
+public:
+    ValueReader(const QCommandLineParser &parser, QString &errorText)
+        : m_parser(parser)
+        , m_errorText(errorText)
+    {
+    }
+
+    int milliseconds(const char *name, int minimum, int defaultValue)
+    {
+        if (!m_parser.isSet(QLatin1String(name)))
+            return defaultValue;
+        bool isNumber = false;
+        const int value = m_parser.value(QLatin1String(name)).toInt(&isNumber);
+        if (!isNumber || value < minimum)
+            fail(name, QString::fromLatin1("a number of milliseconds from %1").arg(minimum));
+        return value;
+    }
+
+    std::optional<quint16> probePort(std::optional<quint16> defaultValue)
+    {
+        const QString value = m_parser.value(QStringLiteral("probe-port"));
+        if (!m_parser.isSet(QStringLiteral("probe-port")))
+            return defaultValue;
+        if (value == QLatin1String("off"))
+            return {};
+        return port(value, "probe-port", QStringLiteral("a port from 0 to 65535 or \"off\""));
+    }
+
+    void listen(QHostAddress &address, quint16 &portNumber)
+    {
+        const QString value = m_parser.value(QStringLiteral("listen"));
+        if (!m_parser.isSet(QStringLiteral("listen")))
+            return;
+        const int colon = value.indexOf(QLatin1Char(':'));
+        const QString expectation =
+            QStringLiteral("an IPv4 loopback address (127.0.0.0/8), with or without a port");
+        if (!address.setAddress(value.left(colon))
+            || address.protocol() != QAbstractSocket::IPv4Protocol || !address.isLoopback())
+            fail("listen", expectation);
+        if (colon >= 0)
+            portNumber = port(value.mid(colon + 1), "listen", expectation);
+    }
+
+    QString version(const char *name)
+    {
+        const QString value = m_parser.value(QLatin1String(name));
+        if (!m_parser.isSet(QLatin1String(name)))
+            return {};
+        const QStringList parts = value.split(QLatin1Char('.'));
+        bool isVersion = parts.size() == 4;
+        for (const QString &part : parts) {
+            bool isNumber = false;
+            isVersion = isVersion && part.toUShort(&isNumber) <= 255 && isNumber;
+        }
+        if (!isVersion)
+            fail(name, QStringLiteral("a version such as 1.2.3.4, each part up to 255"));
+        return value;
+    }
+
+    void fail(const char *name, const QString &expectation)
+    {
+        if (m_errorText.isEmpty())
+            m_errorText =
+                QString::fromLatin1("The value \"%1\" of --%2 is not %3.")
+                    .arg(m_parser.value(QLatin1String(name)), QLatin1String(name), expectation);
+    }
+
+private:
+    quint16 port(const QString &text, const char *name, const QString &expectation)
+    {
+        bool isPort = false;
+        const quint16 number = text.toUShort(&isPort);
+        if (!isPort)
+            fail(name, expectation);
+        return number;
+    }
+
+    const QCommandLineParser &m_parser;
+    QString &m_errorText;
+};
+
+} // namespace
+
+std::optional<Options> Options::parse(const QStringList &arguments, QString &errorText)
+{
+    errorText.clear();
+    QCommandLineParser parser;
+    describeOptions(parser);
+    if (!parser.parse(arguments)) {
+        errorText = parser.errorText();
+        return {};
+    }
+    Options options;
+    if (parser.isSet(QStringLiteral("help"))) {
+        options.action = Action::ShowHelp;
+        return options;
+    }
+    if (parser.isSet(QStringLiteral("version"))) {
+        options.action = Action::ShowVersion;
+        return options;
+    }
+    if (!parser.positionalArguments().isEmpty())
+        errorText = QString::fromLatin1("\"%1\" is not an option.")
+                        .arg(parser.positionalArguments().constFirst());
+
+    ValueReader values(parser, errorText);
+    DeviceSettings &device = options.device;
+    values.listen(device.address, device.port);
+    device.probePort = values.probePort(device.probePort);
+    device.fileVersion = values.version("file-version");
+    device.installMs = values.milliseconds("install-ms", 0, device.installMs);
+    device.restartMs = values.milliseconds("restart-ms", 0, device.restartMs);
+    device.heartbeatMs = values.milliseconds("heartbeat-ms", 1, device.heartbeatMs);
+    device.serial = parser.value(QStringLiteral("serial"));
+    device.name = parser.value(QStringLiteral("name"));
+    device.statePath = parser.value(QStringLiteral("state"));
+    device.tracePath = parser.value(QStringLiteral("trace"));
+    for (const QString &fault : parser.values(QStringLiteral("fault"))) {
+        QString faultError;
+        if (!device.faults.add(fault, faultError) && errorText.isEmpty())
+            errorText = faultError;
+    }
+    options.catalogue = parser.value(QStringLiteral("catalogue"));
+    options.model = parser.value(QStringLiteral("model"));
+    options.cards = parser.values(QStringLiteral("card"));
+    const bool hasNoCards = parser.isSet(QStringLiteral("no-cards"));
+    options.isFullyFitted = options.cards.isEmpty() && !hasNoCards;
+    if (hasNoCards && !options.cards.isEmpty() && errorText.isEmpty())
+        errorText = QStringLiteral("--card and --no-cards exclude each other.");
+    if (!errorText.isEmpty())
+        return {};
+    return options;
+}
+
+QString Options::helpText()
+{
+    QCommandLineParser parser;
+    describeOptions(parser);
+    return parser.helpText() + QLatin1String("\nFaults:\n") + Faults::helpText()
+        + QStringLiteral("\nThe exit status is 0 after SIGTERM or SIGINT, 64 if the options are "
+                         "wrong, 1 if the device cannot start.\n");
+}
+
+} // namespace Velmar::Simulator

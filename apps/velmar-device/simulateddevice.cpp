@@ -1,0 +1,167 @@
+#include "simulateddevice.h"
+
+#include "devicestate.h"
+#include "linkoperations.h"
+#include "statefolder.h"
+#include "transferoperations.h"
+#include "upgradeoperations.h"
+
+namespace Velmar::Simulator {
+
+namespace {
+
+constexpr int RetryMs = 200; // while somebody else has the port
+
+LinkPolicy linkPolicy(const DeviceSettings &settings)
+{
+    LinkPolicy policy;
+    policy.silenceLimitMs = settings.heartbeatMs;
+    policy.bytesPerSecond = settings.faults.value(Fault::SlowLink, 0);
+    return policy;
+}
+
+/*! What was installed runs from now on. */
+void runInstalledVersions(DeviceRecord &record)
+{
+    for (auto &[key, versions] : record.sections)
+        versions.running = versions.installed;
+}
+
+} // namespace
+
+SimulatedDevice::SimulatedDevice(const Fitting &fitting, const DeviceSettings &settings)
+    : m_fitting(fitting)
+    , m_settings(settings)
+    , m_name(settings.name.isEmpty() ? fitting.model().name : settings.name)
+    , m_probe(m_trace)
+{
+    m_return.setSingleShot(true);
+    connect(&m_return, &QTimer::timeout, this, &SimulatedDevice::comeBack);
+}
+
+SimulatedDevice::~SimulatedDevice() = default;
+
+bool SimulatedDevice::start(QString &errorText)
+{
+    if (!m_settings.tracePath.isEmpty() && !m_trace.open(m_settings.tracePath, errorText))
+        return false;
+    m_folder = StateFolder::open(m_settings.statePath, errorText);
+    if (!m_folder)
+        return false;
+    m_state = DeviceState::load(*m_folder, m_fitting.model().modelId, errorText);
+    if (!m_state)
+        return false;
+    if (!Installation::recover(*m_folder, *m_state, errorText))
+        qWarning("%s", qUtf8Printable(errorText)); // hosts are told by result 3
+    if (!applySettings(errorText))
+        return false;
+
+    const Faults &faults = m_settings.faults;
+    m_receiver = std::make_unique<FileReceiver>(*m_folder, *m_state);
+    m_installer = std::make_unique<Installer>(*m_folder, *m_state, faults, m_settings.installMs);
+    connect(m_installer.get(), &Installer::finished, this, [](int result, const QString &cause) {
+        if (result != 2)
+            qWarning("The installation has failed: %s.", qUtf8Printable(cause));
+    });
+    addLinkOperations(m_operations, { m_fitting, *m_state, m_name });
+    addTransferOperations(m_operations, *m_receiver, *m_installer, faults);
+    addUpgradeOperations(m_operations, m_fitting, *m_receiver, *m_installer, faults, [this] {
+        QMetaObject::invokeMethod(this, &SimulatedDevice::restart, Qt::QueuedConnection);
+    });
+    m_server = std::make_unique<DeviceServer>(m_operations, m_trace, linkPolicy(m_settings));
+    m_port = m_settings.port;
+    m_probePort = m_settings.probePort;
+    if (!listen(errorText))
+        return false;
+    Q_EMIT ready();
+    return true;
+}
+
+/*! Switching the device on is a restart, too, though not an ordered one. */
+bool SimulatedDevice::applySettings(QString &errorText)
+{
+    const auto change = [this](DeviceRecord &record) {
+        runInstalledVersions(record);
+        if (!m_settings.serial.isEmpty())
+            record.serial = m_settings.serial;
+        const std::optional<SectionKey> fileVersion = m_fitting.fileVersionSection();
+        if (!fileVersion)
+            return;
+        if (!m_settings.fileVersion.isEmpty())
+            record.sections[*fileVersion] = { m_settings.fileVersion, m_settings.fileVersion };
+        else
+            record.sections.try_emplace(*fileVersion,
+                                        SectionVersions { QString::fromLatin1(FirstFileVersion),
+                                                          QString::fromLatin1(FirstFileVersion) });
+    };
+    return m_state->update(change, errorText);
+}
+
+/*! Listens on the ports that were asked for; those that were chosen then stay. */
+bool SimulatedDevice::listen(QString &errorText)
+{
+    if (!m_server->listen(m_settings.address, m_port, errorText))
+        return false;
+    m_port = m_server->port();
+    if (!m_probePort)
+        return true;
+    if (!m_probe.start(m_settings.address, *m_probePort, probeAnswer(), errorText)) {
+        m_server->close();
+        return false;
+    }
+    m_probePort = m_probe.port();
+    return true;
+}
+
+void SimulatedDevice::restart()
+{
+    if (m_isAway)
+        return; // two hosts may order it at the same time
+    m_isAway = true;
+    m_server->close();
+    m_probe.stop();
+    m_installer->breakOff();
+    m_receiver->clear();
+    QString errorText;
+    if (!Installation::recover(*m_folder, *m_state, errorText))
+        qWarning("%s", qUtf8Printable(errorText));
+    const bool isRecorded = m_state->update(
+        [](DeviceRecord &record) {
+            ++record.restarts;
+            runInstalledVersions(record);
+            // An installation that is to be completed by the next start is not forgotten.
+            if (record.installation
+                && record.installation->phase == InstallationRecord::Phase::Over)
+                record.installation.reset();
+        },
+        errorText);
+    if (!isRecorded)
+        qWarning("%s", qUtf8Printable(errorText));
+    Q_EMIT away();
+    if (!m_settings.faults.isSet(Fault::NoReturn))
+        m_return.start(m_settings.restartMs);
+}
+
+void SimulatedDevice::comeBack()
+{
+    QString errorText;
+    if (listen(errorText)) {
+        m_isAway = false;
+        Q_EMIT ready();
+        return;
+    }
+    qWarning("%s", qUtf8Printable(errorText));
+    m_return.start(RetryMs);
+}
+
+QCborMap SimulatedDevice::probeAnswer() const
+{
+    return { { QLatin1String("op"), QLatin1String("device") },
+             { QLatin1String("protocol"), 1 },
+             { QLatin1String("modelId"), m_fitting.model().modelId },
+             { QLatin1String("serial"), m_state->record().serial },
+             { QLatin1String("name"), m_name },
+             { QLatin1String("port"), m_port } };
+}
+
+} // namespace Velmar::Simulator

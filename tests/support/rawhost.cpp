@@ -1,0 +1,97 @@
+#include "rawhost.h"
+
+#include <QCborArray>
+#include <QCryptographicHash>
+#include <QNetworkProxy>
+
+using namespace Velmar::SSProxy;
+
+namespace {
+
+constexpr int PatienceMs = 5000;
+
+} // namespace
+
+bool RawHost::connectTo(quint16 port, const QHostAddress &address)
+{
+    m_socket.abort();
+    m_frames = FrameReader();
+    m_socket.setProxy(QNetworkProxy::NoProxy);
+    m_socket.connectToHost(address, port);
+    return m_socket.waitForConnected(PatienceMs);
+}
+
+std::optional<RawHost::Answer> RawHost::ask(const QString &operation, const QCborMap &arguments)
+{
+    const quint32 label = send(operation, arguments);
+    const std::optional<Answer> answer = receive();
+    return answer && answer->label == label ? answer : std::nullopt;
+}
+
+quint32 RawHost::send(const QString &operation, const QCborMap &arguments)
+{
+    RequestMessage request;
+    request.label = ++m_label;
+    request.operation = operation;
+    request.arguments = arguments;
+    write(encodeFrame(request.toCbor()));
+    return m_label;
+}
+
+std::optional<RawHost::Answer> RawHost::receive()
+{
+    QCborMap message;
+    for (;;) {
+        const FrameReader::Status status = m_frames.next(message);
+        if (status == FrameReader::Status::Message)
+            break;
+        if (status == FrameReader::Status::Broken)
+            return {};
+        if (m_socket.bytesAvailable() == 0 && !m_socket.waitForReadyRead(PatienceMs))
+            return {};
+        m_frames.append(m_socket.readAll());
+    }
+    Answer answer;
+    QString fault;
+    if (!answer.fromCbor(message, fault))
+        return {};
+    return answer;
+}
+
+void RawHost::write(const QByteArray &bytes)
+{
+    m_socket.write(bytes);
+    m_socket.flush();
+}
+
+std::optional<RawHost::Answer> RawHost::sendImage(const QByteArray &image, int chunkSize)
+{
+    const QCborMap file { { QLatin1String("fileId"), 0 },
+                          { QLatin1String("fileType"), 13 },
+                          { QLatin1String("fileName"), QLatin1String("") },
+                          { QLatin1String("fileSize"), image.size() } };
+    std::optional<Answer> answer =
+        ask(QStringLiteral("file.announce"), { { QLatin1String("files"), QCborArray { file } } });
+    if (!answer || answer->ack != 0)
+        return answer;
+    answer = ask(QStringLiteral("file.open"),
+                 { { QLatin1String("fileId"), 0 },
+                   { QLatin1String("fileType"), 13 },
+                   { QLatin1String("size"), image.size() },
+                   { QLatin1String("sha256"),
+                     QCryptographicHash::hash(image, QCryptographicHash::Sha256) } });
+    for (int offset = 0; answer && answer->ack == 0 && offset < image.size(); offset += chunkSize)
+        answer = ask(QStringLiteral("file.data"),
+                     { { QLatin1String("fileId"), 0 },
+                       { QLatin1String("offset"), offset },
+                       { QLatin1String("bytes"), image.mid(offset, chunkSize) } });
+    if (!answer || answer->ack != 0)
+        return answer;
+    return ask(QStringLiteral("file.close"), { { QLatin1String("fileId"), 0 } });
+}
+
+bool RawHost::waitForEnd()
+{
+    return m_socket.state() == QAbstractSocket::UnconnectedState
+        || m_socket.waitForDisconnected(PatienceMs);
+}
