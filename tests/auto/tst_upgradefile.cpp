@@ -213,7 +213,10 @@ void tst_UpgradeFile::versions_data()
     QTest::newRow("negative alone") << "-1" << QByteArray("\xFF\xFF\xFF\xFF", 4);
     QTest::newRow("fifth part lands on the last")
         << "5.1.2.3.4" << QByteArray("\x09\x03\x02\x01", 4);
-    QTest::newRow("ninth part too") << "1.0.0.0.0.0.0.0.2" << QByteArray("\x03\x00\x00\x00", 4);
+    QTest::newRow("sixth part lands on the last but one")
+        << "6.0.1.2.3.4" << QByteArray("\x04\x09\x02\x01", 4);
+    QTest::newRow("ninth part lands on the last again")
+        << "1.0.0.0.0.0.0.0.2" << QByteArray("\x03\x00\x00\x00", 4);
     QTest::newRow("over 31 bits is no number")
         << "2147483648.1" << QByteArray("\x01\x00\x00\x00", 4);
 }
