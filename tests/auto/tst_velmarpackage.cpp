@@ -345,6 +345,22 @@ private Q_SLOTS:
         }
     }
 
+    void exampleOfTheManual()
+    {
+        const QByteArray page = readFile(QStringLiteral(VELMAR_FORMATS "/package-manifest.md"));
+        const int begin = page.lastIndexOf("```json\n") + 8;
+        write(page.mid(begin, page.indexOf("```", begin) - begin), "manifest.json");
+        write("firmware", "controller/MCU.dat");
+        write("{}", "controller/osd.json");
+
+        const Outcome outcome = run("create manifest.json package");
+
+        QCOMPARE(outcome.errors, QByteArray());
+        QCOMPARE(filesBelow(path("package")),
+                 QStringList({ "DataFilPathCfg.xml", "PackageCfg.xml", "controller/DataPackage.xml",
+                               "controller/MCU.dat", "controller/osd.json" }));
+    }
+
     void xmlOfAPackage()
     {
         writePlainFolder();

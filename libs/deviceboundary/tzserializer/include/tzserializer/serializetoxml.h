@@ -23,7 +23,8 @@ class TZSERIALIZER_EXPORT SerializeToXML
 {
 public:
     SerializeToXML();
-    ~SerializeToXML();
+    // Exported, as other makers of this library do.
+    ~SerializeToXML(); // NOLINT(performance-trivially-destructible)
 
     /*!
         Fills \a root from the file at \a path.
