@@ -2,7 +2,7 @@
 
 #include <QMetaObject>
 
-#include <limits>
+#include <algorithm>
 
 namespace TZ::Internal {
 
@@ -19,14 +19,18 @@ bool toBool(const QStringRef &text, bool &value)
     return true;
 }
 
-bool isMadeOf(const QStringRef &digits, const char *allowed)
+// The value of a digit, or base if it is none.
+quint32 digitValue(QChar digit, quint32 base)
 {
-    const QLatin1String set(allowed);
-    for (const QChar digit : digits) {
-        if (!set.contains(digit))
-            return false;
-    }
-    return !digits.isEmpty();
+    const ushort code = digit.unicode();
+    quint32 value = base;
+    if (code >= '0' && code <= '9')
+        value = code - u'0';
+    else if (code >= 'a' && code <= 'f')
+        value = code - u'a' + 10U;
+    else if (code >= 'A' && code <= 'F')
+        value = code - u'A' + 10U;
+    return std::min(value, base);
 }
 
 // QString's own conversions also take blanks, a plus sign and digits of the locale.
@@ -34,17 +38,18 @@ bool toInt(const QStringRef &text, int &value)
 {
     const bool isHex = text.startsWith(QLatin1String("0x"), Qt::CaseInsensitive);
     const bool isNegative = text.startsWith(QLatin1Char('-'));
-    const QStringRef digits = text.mid(isHex ? 2 : isNegative ? 1 : 0);
-    if (!isMadeOf(digits, isHex ? "0123456789abcdefABCDEF" : "0123456789"))
-        return false;
-    bool ok = false;
-    const qulonglong magnitude = digits.toULongLong(&ok, isHex ? 16 : 10);
-    const qulonglong limit =
-        isNegative ? 0x80000000ULL : qulonglong(std::numeric_limits<quint32>::max());
-    if (!ok || magnitude > limit)
-        return false;
+    const quint32 base = isHex ? 16 : 10;
+    const quint64 limit = isNegative ? 0x80000000U : 0xFFFFFFFFU;
+    const int prefix = isHex ? 2 : isNegative ? 1 : 0;
+    quint64 magnitude = 0;
+    for (int i = prefix; i < text.size(); ++i) {
+        const quint32 digit = digitValue(text[i], base);
+        magnitude = magnitude * base + digit;
+        if (digit == base || magnitude > limit)
+            return false;
+    }
     value = int(isNegative ? 0U - quint32(magnitude) : quint32(magnitude));
-    return true;
+    return text.size() > prefix;
 }
 
 } // namespace
