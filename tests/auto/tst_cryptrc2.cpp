@@ -1,4 +1,5 @@
 #include "rc2cbc.h"
+#include "support/unprivileged.h"
 
 #include <tzcryptrc2/cryptkey.h>
 #include <tzcryptrc2/cryptrc2.h>
@@ -432,6 +433,51 @@ private Q_SLOTS:
         QVERIFY(!encipher(qPrintable(source), "out"));
 
         QVERIFY(!exists("out"));
+    }
+
+    void permissions_data()
+    {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<bool>("succeeds");
+
+        const QString in = QStringLiteral("in");
+        QTest::newRow("all granted") << in << QStringLiteral("own/out") << true;
+        QTest::newRow("read-only file in the way") << in << QStringLiteral("own/former") << true;
+        QTest::newRow("source that may not be read")
+            << QStringLiteral("secret") << QStringLiteral("own/out") << false;
+        QTest::newRow("folder that may not be written")
+            << in << QStringLiteral("foreign/out") << false;
+        QTest::newRow("former target that may not be removed")
+            << in << QStringLiteral("foreign/former") << false;
+    }
+    void permissions()
+    {
+        QFETCH(QString, source);
+        QFETCH(QString, target);
+        QFETCH(bool, succeeds);
+        write(hex(EncipheredPangram), "in");
+        write(hex(EncipheredPangram), "secret");
+        QCOMPARE(chmod(qPrintable(path("secret")), 0), 0);
+        QVERIFY(Unprivileged::own(QFile::encodeName(m_folder->path())));
+        for (const char *name : { "own", "foreign" }) {
+            QVERIFY(QDir().mkdir(path(name)));
+            QVERIFY(Unprivileged::own(QFile::encodeName(path(name))));
+            write("former", qPrintable(QString::fromLatin1(name) + "/former"));
+        }
+        QCOMPARE(chmod(qPrintable(path("own/former")), 0444), 0);
+        QCOMPARE(chmod(qPrintable(path("foreign")), 0555), 0);
+
+        const QByteArray outcome = Unprivileged::run([&] {
+            if (!succeeds)
+                ignoreFailure();
+            return QByteArray(decipher(qPrintable(source), qPrintable(target)) ? "done" : "failed");
+        });
+
+        QCOMPARE(outcome, QByteArray(succeeds ? "done" : "failed"));
+        QCOMPARE(exists("own/out"), succeeds && target == QLatin1String("own/out"));
+        QCOMPARE(read("foreign/former"), QByteArray("former"));
+        QCOMPARE(chmod(qPrintable(path("foreign")), 0755), 0); // or it could not be cleared away
     }
 
     void targetInAMissingFolder()

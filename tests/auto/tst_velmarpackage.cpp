@@ -1,3 +1,6 @@
+#include "commands.h"
+#include "support/unprivileged.h"
+
 #include <tzcryptrc2/cryptrc2.h>
 
 #include <QtTest>
@@ -9,6 +12,10 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QTemporaryDir>
+
+using Velmar::Package::CommandLine;
+
+Q_DECLARE_METATYPE(CommandLine::Action)
 
 namespace {
 
@@ -516,6 +523,55 @@ private Q_SLOTS:
 
         QCOMPARE(outcome.errors, QByteArray("velmar-package: none.json: no such file\n"));
         QCOMPARE(outcome.exitCode, 66);
+    }
+
+    // In this process: one without privileges may find no way to the program.
+    void permissions_data()
+    {
+        QTest::addColumn<CommandLine::Action>("action");
+        QTest::addColumn<QString>("input");
+        QTest::addColumn<QString>("keyFile");
+        QTest::addColumn<QByteArray>("exitCode");
+
+        const QString secret = QStringLiteral("secret");
+        const QString manifest = QStringLiteral("plain/manifest.json");
+        QTest::newRow("image") << CommandLine::Action::Image << secret << QString()
+                               << QByteArray("66");
+        QTest::newRow("input") << CommandLine::Action::Encipher << secret << QString()
+                               << QByteArray("66");
+        QTest::newRow("manifest") << CommandLine::Action::Create << secret << QString()
+                                  << QByteArray("66");
+        QTest::newRow("key") << CommandLine::Action::Create << manifest << secret
+                             << QByteArray("66");
+        QTest::newRow("place of the package")
+            << CommandLine::Action::Create << manifest << QString() << QByteArray("73");
+    }
+    void permissions()
+    {
+        QFETCH(CommandLine::Action, action);
+        QFETCH(QString, input);
+        QFETCH(QString, keyFile);
+        writePlainFolder();
+        write("anything", "secret");
+        QVERIFY(Unprivileged::own(QFile::encodeName(m_folder->path())));
+        QVERIFY(QFile::setPermissions(path("secret"), {}));
+        QVERIFY(QFile::setPermissions(m_folder->path(), QFile::ReadOwner | QFile::ExeOwner));
+        CommandLine commandLine;
+        commandLine.action = action;
+        commandLine.input = m_folder->filePath(input);
+        commandLine.output = path("out");
+        if (!keyFile.isEmpty())
+            commandLine.keyFile = m_folder->filePath(keyFile);
+
+        const QByteArray outcome = Unprivileged::run([&commandLine] {
+            QTest::ignoreMessage(QtCriticalMsg, QRegularExpression(QStringLiteral(".")));
+            return QByteArray::number(int(Velmar::Package::run(commandLine)));
+        });
+
+        QTEST(outcome, "exitCode");
+        QVERIFY(QFile::setPermissions(m_folder->path(),
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QVERIFY(!exists("out"));
     }
 
     void fullDisk()
