@@ -207,10 +207,10 @@ void UpgradeProcessPrivate::datDataFilePath(QVector<QPair<QString, QString>> &fi
                 if (!card.codes.contains(code))
                     continue;
                 const auto filePath = qMakePair(item.filePath, item.targetPath);
-                if (planned.contains(filePath))
-                    continue;
+                const int plannedBefore = planned.size();
                 planned.insert(filePath);
-                filePaths.append(filePath);
+                if (planned.size() != plannedBefore)
+                    filePaths.append(filePath);
             }
         }
     }
