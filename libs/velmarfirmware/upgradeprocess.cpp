@@ -167,6 +167,7 @@ bool UpgradeProcessPrivate::isAllowedRecombineFile(QVector<QPair<QString, QStrin
 {
     const auto device = activedDevice.lock();
     if (!device) {
+        // In lower case, unlike in the other steps: whoever searches logs for it knows it so.
         qWarning() << "device is nullptr";
         return false;
     }
@@ -237,6 +238,7 @@ bool UpgradeProcessPrivate::containsSection(unsigned short modelId, const QStrin
 
 void UpgradeProcessPrivate::appendMcuDataFiles(QVector<QPair<QString, QString>> &filePaths)
 {
+    // Not compared with what is planned already: the data files follow as the package lists them.
     for (const DataFilePath &dataFile : qAsConst(dataFilePaths)) {
         if (dataFile.sourcePath.endsWith(QLatin1String(".json"))
             || dataFile.sourcePath.endsWith(QLatin1String("font12.dat"))) {
