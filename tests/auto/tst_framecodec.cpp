@@ -158,7 +158,8 @@ void tst_FrameCodec::hostileMessageIsRefused_data()
     QTest::newRow("text of indefinite length") << QByteArray::fromHex("a161617f6161ff") << unknown;
     QTest::newRow("break without a beginning") << QByteArray::fromHex("a16161ff") << unknown;
     QTest::newRow("reserved width") << QByteArray::fromHex("a161611c") << unknown;
-    QTest::newRow("text no UTF-8") << QByteArray::fromHex("a1616161ff") << "Invalid CBOR stream: invalid UTF-8 text string";
+    QTest::newRow("text no UTF-8")
+        << QByteArray::fromHex("a1616161ff") << "Invalid CBOR stream: invalid UTF-8 text string";
 
     QTest::newRow("map of 2^64 - 1") << QByteArray::fromHex("bbffffffffffffffff") << cutOff;
     QTest::newRow("map of 2^63") << QByteArray::fromHex("bb8000000000000000") << cutOff;
@@ -370,6 +371,14 @@ void tst_FrameCodec::answerShape()
 void tst_FrameCodec::messagesComeBackAsTheyWent()
 {
     QString reason;
+    // As in the worked example of docs/device-link.md.
+    QCOMPARE(
+        encodeFrame(RequestMessage { 1, "device.shutdown", { { "mode", 0 } } }.toCbor()).toHex(),
+        QByteArray("00000027a3656c6162656c01626f706f6465766963652e73687574646f776e"
+                   "6461726773a1646d6f646500"));
+    QCOMPARE(encodeFrame(AnswerMessage { 1, 0, {}, {} }.toCbor()).toHex(),
+             QByteArray("00000015a3656c6162656c016361636b006676616c756573a0"));
+
     const RequestMessage request { 4294967295, "file.close", QCborMap { { "fileId", 3 } } };
     QCOMPARE(request.toCbor().toCborValue().toDiagnosticNotation(),
              QString("{\"label\": 4294967295, \"op\": \"file.close\", \"args\": {\"fileId\": 3}}"));
