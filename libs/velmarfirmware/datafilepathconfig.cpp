@@ -1,7 +1,7 @@
 #include "datafilepathconfig.h"
 
-#include "domteardown.h"
 #include "singletonslot.h"
+#include "xmldocument.h"
 
 #include <QDomDocument>
 #include <QFile>
@@ -44,8 +44,7 @@ bool DataFilePathConfig::readConfig(const QString &path, QVector<DataFilePath> &
         return false;
     }
     QDomDocument document;
-    const Internal::DomTeardown teardown(document);
-    if (!document.setContent(&file, true, &errorText)) {
+    if (!Internal::parseXml(file, true, document, errorText)) {
         errorText = tr("Parse error :%1").arg(errorText);
         return false;
     }
@@ -68,13 +67,13 @@ bool DataFilePathConfig::readConfig(const QString &path, QVector<DataFilePath> &
             errorText = tr("src path is null.");
             return false;
         }
-        filePath.sourcePath = Internal::domText(source);
+        filePath.sourcePath = source.text();
         const QDomElement target = entry.firstChildElement(QStringLiteral("DestPath"));
         if (target.isNull()) {
             errorText = tr("dest path is null.");
             return false;
         }
-        filePath.targetPath = Internal::domText(target);
+        filePath.targetPath = target.text();
         paths.append(filePath);
     }
     return true;

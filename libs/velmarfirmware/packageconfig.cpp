@@ -1,8 +1,8 @@
 #include "packageconfig.h"
 
 #include "componentconfig.h"
-#include "domteardown.h"
 #include "singletonslot.h"
+#include "xmldocument.h"
 
 #include <QDir>
 #include <QDomDocument>
@@ -89,8 +89,8 @@ bool PackageConfig::readConfig(const QString &path, QString &errorText)
         return false;
     }
     QDomDocument document;
-    const Internal::DomTeardown teardown(document);
-    if (!document.setContent(&file)) {
+    QString parserText; // of no use to whoever reads errorText
+    if (!Internal::parseXml(file, false, document, parserText)) {
         errorText = QStringLiteral("Failed to parse PackageCfg file");
         return false;
     }
@@ -106,7 +106,7 @@ bool PackageConfig::readConfig(const QString &path, QString &errorText)
     for (QDomNode node = root.firstChild(); !node.isNull(); node = node.nextSibling()) {
         if (!namesUnit(node))
             continue;
-        const QString unitPath = path + QLatin1Char('/') + Internal::domText(node);
+        const QString unitPath = path + QLatin1Char('/') + node.toElement().text();
         const QString description = descriptionPath(unitPath);
         if (description.isNull())
             continue;
