@@ -1,0 +1,69 @@
+#include "console.h"
+
+#include "printable.h"
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include <unistd.h>
+
+using namespace Velmar::Host;
+
+namespace {
+
+void write(std::FILE *stream, const QString &text)
+{
+    const QByteArray bytes = text.toLocal8Bit();
+    std::fwrite(bytes.constData(), 1, static_cast<std::size_t>(bytes.size()), stream);
+    std::fflush(stream);
+}
+
+} // namespace
+
+void print(const QString &text)
+{
+    write(stdout, text);
+}
+
+void printLine(const QString &text)
+{
+    write(stdout, text + QLatin1Char('\n'));
+}
+
+HostExitCode complain(HostExitCode code, const QString &sentence)
+{
+    write(stderr, QStringLiteral("velmar-upgrade: %1\n").arg(sentence));
+    return code;
+}
+
+void printCause(const QStringList &lines)
+{
+    for (const auto &line : lines)
+        write(stderr, QStringLiteral("  cause: %1\n").arg(printable(line.trimmed())));
+}
+
+void printLogLine(const QString &line)
+{
+    write(stderr, QStringLiteral("log: %1\n").arg(printable(line)));
+}
+
+bool isConfirmed(const QString &question)
+{
+    print(question + QStringLiteral(" [y/N] "));
+    std::string answer;
+    std::getline(std::cin, answer);
+    return !answer.empty() && (answer.front() == 'y' || answer.front() == 'Y');
+}
+
+bool isInteractive()
+{
+    return isatty(STDIN_FILENO) == 1;
+}
+
+void leaveProcess(HostExitCode code)
+{
+    std::fflush(stdout);
+    std::fflush(stderr);
+    _exit(static_cast<int>(code));
+}

@@ -1,0 +1,149 @@
+#include "verbs.h"
+
+#include "console.h"
+#include "devicesession.h"
+#include "logcapture.h"
+#include "modelnames.h"
+#include "offer.h"
+#include "packagelisting.h"
+#include "packageparse.h"
+#include "packagereport.h"
+#include "printable.h"
+#include "steps.h"
+
+#include <velmarbizmodel/device.h>
+#include <velmarbizmodel/deviceconfigmanager.h>
+
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
+
+using namespace Velmar;
+using namespace Velmar::Host;
+
+namespace {
+
+constexpr std::chrono::minutes ParseLimit { 1 };
+
+QJsonObject modelObject(quint16 modelId, const ModelNames &names)
+{
+    return { { QStringLiteral("modelId"), modelId },
+             { QStringLiteral("model"), names.describe(modelId) } };
+}
+
+QJsonObject deviceObject(const DeviceSession &session, const DeviceAddress &address,
+                         const ModelNames &names)
+{
+    QJsonArray cards;
+    for (const auto &card : session.device()->subcards()) {
+        auto object = modelObject(static_cast<quint16>(card->modelId()), names);
+        object.insert(QStringLiteral("slotId"), card->slotId());
+        object.insert(QStringLiteral("boardId"), card->boardId());
+        cards.append(object);
+    }
+    auto object = modelObject(session.device()->modelId(), names);
+    object.insert(QStringLiteral("address"), address.toString());
+    object.insert(QStringLiteral("serial"), session.serial());
+    object.insert(QStringLiteral("name"), session.name());
+    object.insert(QStringLiteral("cards"), cards);
+    return object;
+}
+
+HostExitCode inspectImageFile(const QString &path, const CommandLine &options,
+                              const LogCapture &log)
+{
+    const auto address =
+        options.isSet(QStringLiteral("device")) ? options.deviceAddress() : std::nullopt;
+    if (!address)
+        return complain(HostExitCode::Usage,
+                        QStringLiteral("An image configuration file is read against a device. Add "
+                                       "--device HOST[:PORT]"));
+    const auto session = openSession(*address, log);
+    if (!session)
+        return HostExitCode::Unreachable;
+    PackageParse parse(libraryPath(path));
+    if (!finishParse(parse, std::nullopt, ParseLimit, log))
+        return HostExitCode::NothingFits;
+    printLine(QStringLiteral("%1 is an image configuration file that %2 takes")
+                  .arg(printable(path), address->toString()));
+    return HostExitCode::Ok;
+}
+
+} // namespace
+
+HostExitCode inspectVerb(const QStringList &arguments)
+{
+    CommandLine options(
+        QStringLiteral("inspect PACKAGE [options]"),
+        QStringLiteral("Shows the units, sections and files of a package and, with\n"
+                       "--device or --model, what of it fits."));
+    options.addArgument(QStringLiteral("PACKAGE"),
+                        QStringLiteral("A package folder, or an image configuration file."));
+    options.addDevice();
+    options.addOption(QStringLiteral("model"),
+                      QStringLiteral("Match with the main control of this model, by its name or "
+                                     "number, in place of a device. Cards need a device."),
+                      QStringLiteral("MODEL"));
+    options.addCatalogue();
+    options.addOption(QStringLiteral("json"), QStringLiteral("Write one JSON object."));
+    options.addVerbose();
+    if (const auto code = options.parse(arguments))
+        return *code;
+
+    const bool hasDevice = options.isSet(QStringLiteral("device"));
+    const bool hasModel = options.isSet(QStringLiteral("model"));
+    if (hasDevice && hasModel)
+        return complain(
+            HostExitCode::Usage,
+            QStringLiteral("--device and --model exclude each other. Give one of them"));
+    const LogCapture log(options.isSet(QStringLiteral("verbose")) ? printLogLine : nullptr);
+    const auto catalogue = useCatalogue(options);
+    if (!catalogue)
+        return HostExitCode::Usage;
+    const ModelNames names(*catalogue);
+
+    const QString path = libraryPath(options.argument());
+    if (QFileInfo(path).isFile())
+        return inspectImageFile(path, options, log);
+
+    PackageListing listing;
+    QString errorText;
+    if (!listing.read(path, errorText))
+        return complain(HostExitCode::NothingFits,
+                        QStringLiteral("This is no package: %1").arg(printable(errorText)));
+    PackageReport report(options.argument(), listing, names);
+    auto code = HostExitCode::Ok;
+    if (hasDevice) {
+        const auto address = options.deviceAddress();
+        if (!address)
+            return HostExitCode::Usage;
+        const auto session = openSession(*address, log);
+        if (!session)
+            return HostExitCode::Unreachable;
+        PackageParse parse(path);
+        if (!finishParse(parse, std::nullopt, ParseLimit, log))
+            code = HostExitCode::NothingFits;
+        report.setFitting(
+            { QStringLiteral("%1 at %2")
+                  .arg(names.describe(session->device()->modelId()), address->toString()),
+              deviceObject(*session, *address, names), true },
+            offeredParts(parse.units(), *session->device()));
+    } else if (hasModel) {
+        const auto modelText = options.value(QStringLiteral("model"));
+        const auto model = names.findDeviceModel(modelText);
+        if (!model)
+            return complain(
+                HostExitCode::Usage,
+                QStringLiteral("--model: there is no device model \"%1\". There are: %2")
+                    .arg(printable(modelText), printable(names.deviceModels())));
+        PackageParse parse(path);
+        if (!finishParse(parse, model, ParseLimit, log))
+            code = HostExitCode::NothingFits;
+        const auto *config =
+            BizModel::DeviceConfigManager::instance()->findDeviceConfigByID(*model);
+        report.setFitting({ names.describe(*model), modelObject(*model, names), false },
+                          offeredParts(parse.units(), *config));
+    }
+    print(options.isSet(QStringLiteral("json")) ? QString::fromUtf8(report.json()) : report.text());
+    return code;
+}

@@ -1,0 +1,96 @@
+#include "verbs.h"
+
+#include "console.h"
+#include "devicesession.h"
+#include "logcapture.h"
+#include "printable.h"
+#include "steps.h"
+#include "supervise.h"
+#include "upgraderun.h"
+
+#include <velmarmodelcontrol/auxiliary.h>
+
+#include <optional>
+
+using namespace Velmar;
+using namespace Velmar::Host;
+
+namespace {
+
+// What a device reports of its installation.
+constexpr int Running = 1;
+constexpr int Installed = 2;
+constexpr int InstallationFailed = 3;
+
+/*! The end of \a result without a look at anything else; nothing if the device is to be watched. */
+std::optional<HostExitCode> endWithoutWatching(int result, bool mayRestart)
+{
+    const auto hint = QStringLiteral(" It is not restarted; add --restart for that");
+    switch (result) {
+    case Running:
+        return std::nullopt;
+    case Installed:
+        if (mayRestart)
+            return std::nullopt;
+        printLine(QStringLiteral("The device has installed everything.") + hint);
+        return HostExitCode::Ok;
+    case InstallationFailed:
+        if (mayRestart)
+            return std::nullopt;
+        return complain(HostExitCode::Failed,
+                        QStringLiteral("The installation has failed.") + hint);
+    default:
+        printLine(QStringLiteral("The device is installing nothing."));
+        return HostExitCode::Ok;
+    }
+}
+
+} // namespace
+
+HostExitCode watchVerb(const QStringList &arguments)
+{
+    CommandLine options(
+        QStringLiteral("watch --device HOST[:PORT] [options]"),
+        QStringLiteral(
+            "Watches an installation that is running on a device, for instance because the\n"
+            "host that began it was left.\n\nAt the end of the installation, be it good or "
+            "bad, the device is restarted, as at\nthe end of every upgrade."));
+    options.addDevice();
+    options.addOption(QStringLiteral("restart"),
+                      QStringLiteral("Restart also a device whose installation has ended before."));
+    options.addTimeout();
+    options.addCatalogue();
+    options.addVerbose();
+    if (const auto code = options.parse(arguments))
+        return *code;
+    const auto address = options.deviceAddress();
+    if (!address)
+        return HostExitCode::Usage;
+    const auto timeLimit = options.timeLimit();
+    if (!timeLimit)
+        return HostExitCode::Usage;
+    const bool isVerbose = options.isSet(QStringLiteral("verbose"));
+    LogCapture log(isVerbose ? printLogLine : nullptr);
+    if (!useCatalogue(options))
+        return HostExitCode::Usage;
+    const auto session = openSession(*address, log);
+    if (!session)
+        return HostExitCode::Unreachable;
+
+    ProtoModel::Auxiliary::s_UpgradePercent progress;
+    QString errorText;
+    if (!ModelControl::Auxiliary(session->device()).readUpgradeProgress(progress, errorText))
+        return complain(
+            HostExitCode::Failed,
+            QStringLiteral("The device does not tell its progress: %1. Check that it is "
+                           "switched on, and try again")
+                .arg(printable(errorText)));
+    if (const auto code =
+            endWithoutWatching(progress.result, options.isSet(QStringLiteral("restart"))))
+        return *code;
+
+    log.clear(); // what went before is no cause of how the watching ends
+    UpgradeRun run({ session->device(), {}, {}, {}, {} });
+    return supervise(run, Firmware::Enum::UpgradeProcessType::ReadProgressOnly, *timeLimit,
+                     address->toString(), isVerbose, log);
+}

@@ -1,0 +1,50 @@
+#ifndef VELMARHOST_PACKAGELISTING_H
+#define VELMARHOST_PACKAGELISTING_H
+
+#include <QString>
+#include <QVector>
+
+namespace Velmar::Host {
+
+/*! One file that a unit's description names. */
+struct ListedFile {
+    QString sectionName;
+    QString fileName; //!< relative to the unit's folder
+    QString filePath; //!< on disk, in the form that the upgrade library gives it
+    int boardId = 0; //!< 0: any board of the model; otherwise the one board that it is for
+    qint64 size = -1; //!< bytes; -1: there is no such file
+};
+
+/*! One unit of a package as its description has it. */
+struct ListedUnit {
+    QString folder; //!< as the index names it, relative to the package
+    QString path; //!< of the folder on disk, in the form that the upgrade library gives it
+    QString problem; //!< why the unit cannot be read; empty if it can
+    int modelId = 0; //!< 0 if the description names none that is a number
+    int stepType = 0; //!< 0: for the main device; 1: for a sub-card
+    QString version;
+    QVector<ListedFile> files;
+};
+
+/*!
+    What a package folder says that it holds, whether it fits a device or not.
+
+    Read from the files alone, which may be read-only, and not through the upgrade library, which
+    tells only what fits. A document type, more than 16 MiB or a nesting of more than 16 elements
+    make a file unreadable.
+*/
+class PackageListing {
+public:
+    /*! Reads the folder at \a path. False, with \a errorText set, if it has no readable index; a
+        unit that cannot be read is listed with its problem. */
+    bool read(const QString &path, QString &errorText);
+
+    const QVector<ListedUnit> &units() const; //!< in the index's order
+
+private:
+    QVector<ListedUnit> m_units;
+};
+
+} // namespace Velmar::Host
+
+#endif // VELMARHOST_PACKAGELISTING_H

@@ -1,0 +1,162 @@
+#include "packagelisting.h"
+
+#include "support/packagebuilder.h"
+#include "support/unprivileged.h"
+
+#include <QtTest>
+
+using namespace Velmar::Host;
+
+class tst_PackageListing : public QObject {
+    Q_OBJECT
+
+    std::unique_ptr<PackageBuilder> m_package;
+
+private Q_SLOTS:
+    void init() { m_package = std::make_unique<PackageBuilder>(); }
+
+    void unitsInTheIndexsOrder()
+    {
+        QVERIFY(m_package->file(
+            "PackageCfg.xml",
+            "<?xml version='1.0'?><!-- index --><Any><string>main</string><other>no</other>"
+            "<string>cards/a</string></Any>"));
+        QVERIFY(m_package->file(
+            "main/unit.xml",
+            "<DataPackage ModuleID='7701' StepType='0' Version='3.1.0'>"
+            "<EndSendCmd><CommandConfig CmdName='x'/></EndSendCmd>"
+            "<FileInfo FileLabel='MCU' FileName='MCU.dat'><CommandConfig/></FileInfo>"
+            "<FileInfo FileLabel='FPGA' FileName='none.bin' ExtendNum='2'/></DataPackage>"));
+        QVERIFY(m_package->file("main/MCU.dat", "12345"));
+        QVERIFY(m_package->file("cards/a/b.xml", "<DataPackage ModuleID='0x7801' StepType='1'/>"));
+
+        PackageListing listing;
+        QString errorText;
+        QVERIFY2(listing.read(m_package->path(), errorText), qPrintable(errorText));
+        QCOMPARE(listing.units().size(), 2);
+
+        const auto mainUnit = listing.units().at(0);
+        QCOMPARE(mainUnit.folder, QStringLiteral("main"));
+        QCOMPARE(mainUnit.path, m_package->path() + "/main");
+        QCOMPARE(mainUnit.problem, QString());
+        QCOMPARE(mainUnit.modelId, 0x7701);
+        QCOMPARE(mainUnit.stepType, 0);
+        QCOMPARE(mainUnit.version, QStringLiteral("3.1.0"));
+        QCOMPARE(mainUnit.files.size(), 2);
+        QCOMPARE(mainUnit.files.at(0).sectionName, QStringLiteral("MCU"));
+        QCOMPARE(mainUnit.files.at(0).fileName, QStringLiteral("MCU.dat"));
+        QCOMPARE(mainUnit.files.at(0).filePath, m_package->path() + "/main/MCU.dat");
+        QCOMPARE(mainUnit.files.at(0).boardId, 0);
+        QCOMPARE(mainUnit.files.at(0).size, qint64(5));
+        QCOMPARE(mainUnit.files.at(1).boardId, 2);
+        QCOMPARE(mainUnit.files.at(1).size, qint64(-1));
+
+        const auto cardUnit = listing.units().at(1);
+        QCOMPARE(cardUnit.folder, QStringLiteral("cards/a"));
+        QCOMPARE(cardUnit.modelId, 0x7801);
+        QCOMPARE(cardUnit.stepType, 1);
+        QVERIFY(cardUnit.files.isEmpty());
+    }
+
+    void firstDescriptionInNameOrder()
+    {
+        QVERIFY(m_package->file("PackageCfg.xml", "<r><string>u</string></r>"));
+        QVERIFY(m_package->file("u/b.xml", "<DataPackage ModuleID='2'/>"));
+        QVERIFY(m_package->file("u/A.xml", "<DataPackage ModuleID='1'/>"));
+        QVERIFY(m_package->file("u/0.XML", "<DataPackage ModuleID='3'/>"));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path(), errorText));
+        QCOMPARE(listing.units().at(0).modelId, 1);
+    }
+
+    void unreadableIndex_data()
+    {
+        QTest::addColumn<QByteArray>("index");
+        QTest::addColumn<QString>("errorText"); // %1: path of the index
+
+        QTest::newRow("no file") << QByteArray() << "there is no file %1";
+        QTest::newRow("no XML") << QByteArray("hello\n") << "%1:1: Start tag expected.";
+        QTest::newRow("cut off") << QByteArray("<r>\n<string>a")
+                                 << "%1:2: Premature end of document.";
+        QTest::newRow("document type")
+            << QByteArray("<!DOCTYPE r [<!ENTITY e 'x'>]>\n<r><string>&e;</string></r>")
+            << "%1:1: A document type is not allowed.";
+        QTest::newRow("nested too deep")
+            << QByteArray("<r>").repeated(17) + QByteArray("</r>").repeated(17)
+            << "%1:1: Elements are nested more than 16 deep.";
+        QTest::newRow("too large") << "<r>" + QByteArray(16 * 1024 * 1024, ' ') + "</r>"
+                                   << "%1 is larger than 16 MiB";
+    }
+    void unreadableIndex()
+    {
+        QFETCH(QByteArray, index);
+        QFETCH(QString, errorText);
+        if (!index.isNull())
+            QVERIFY(m_package->file("PackageCfg.xml", index));
+        PackageListing listing;
+        QString told;
+        QVERIFY(!listing.read(m_package->path(), told));
+        QCOMPARE(told, errorText.arg(m_package->path("PackageCfg.xml")));
+        QVERIFY(listing.units().isEmpty());
+    }
+
+    void deepestNestingThatIsRead()
+    {
+        QVERIFY(m_package->file("PackageCfg.xml",
+                                QByteArray("<r>").repeated(16) + QByteArray("</r>").repeated(16)));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY2(listing.read(m_package->path(), errorText), qPrintable(errorText));
+    }
+
+    void unreadableUnits()
+    {
+        QVERIFY(
+            m_package->file("PackageCfg.xml",
+                            "<r><string>gone</string><string>bad</string><string>ok</string></r>"));
+        QVERIFY(m_package->file("bad/unit.xml", "<DataPackage ModuleID='7701'><FileInfo"));
+        QVERIFY(m_package->file("ok/unit.xml", "<DataPackage ModuleID='7702'/>"));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path(), errorText));
+        QCOMPARE(listing.units().size(), 3);
+        QCOMPARE(listing.units().at(0).problem,
+                 QStringLiteral("there is no description, a file that ends in .xml, in ")
+                     + m_package->path("gone"));
+        QCOMPARE(listing.units().at(1).problem,
+                 m_package->path("bad/unit.xml") + ":1: Premature end of document.");
+        QCOMPARE(listing.units().at(2).problem, QString());
+        QCOMPARE(listing.units().at(2).modelId, 0x7702);
+    }
+
+    void readOnlyPackage()
+    {
+        QVERIFY(m_package->index({ "u" }));
+        QVERIFY(m_package->unit("u", "ModuleID='7701'", ""));
+        QVERIFY(QFile::setPermissions(m_package->path("PackageCfg.xml"),
+                                      QFile::ReadOwner | QFile::ReadOther));
+        QVERIFY(Unprivileged::own(QFile::encodeName(m_package->path())));
+        const QByteArray read = Unprivileged::run([this] {
+            PackageListing listing;
+            QString errorText;
+            return listing.read(m_package->path(), errorText)
+                ? QByteArray::number(listing.units().size())
+                : errorText.toUtf8();
+        });
+        QCOMPARE(read, QByteArray("1"));
+    }
+
+    void secondReadStartsAnew()
+    {
+        QVERIFY(m_package->file("PackageCfg.xml", "<r><string>u</string></r>"));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path(), errorText));
+        QVERIFY(listing.read(m_package->path(), errorText));
+        QCOMPARE(listing.units().size(), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_PackageListing)
+#include "tst_packagelisting.moc"

@@ -1,0 +1,288 @@
+#include "support/packagebuilder.h"
+#include "support/programrun.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTcpServer>
+#include <QUdpSocket>
+#include <QtTest>
+
+namespace {
+
+ProgramRun upgrade(const QStringList &arguments)
+{
+    return runProgram(QStringLiteral(VELMAR_UPGRADE), arguments);
+}
+
+} // namespace
+
+/*! The program without a device: its options, errors and exit codes. */
+class tst_VelmarUpgrade : public QObject {
+    Q_OBJECT
+
+    PackageBuilder m_package;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_package.index({ "main", "card", "gone\u009b31m" }));
+        QVERIFY(m_package.unit("main", "ModuleID='7701' StepType='0' Version='3.2.1.0'",
+                               "<FileInfo FileLabel='MCU' FileName='mcu.bin'/>"
+                               "<FileInfo FileLabel='FPGA' FileName='none.bin'/>"
+                               "<FileInfo FileLabel='Fan' FileName='mcu.bin'/>"));
+        QVERIFY(m_package.file("main/mcu.bin", QByteArray(1234, 'm')));
+        QVERIFY(m_package.unit("card", "ModuleID='7801' StepType='1'",
+                               "<FileInfo FileLabel='EDID' FileName='edid.bin' ExtendNum='1'/>"));
+        QVERIFY(m_package.file("card/edid.bin", "edid"));
+        QVERIFY(m_package.paths({ { "main/mcu.bin", "/fw/mcu" } }));
+    }
+
+    void version()
+    {
+        const auto run = upgrade({ "--version" });
+        QCOMPARE(run.out, QStringLiteral("velmar-upgrade " VELMAR_VERSION "\n"));
+        QCOMPARE(run.err, QString());
+        QCOMPARE(run.exitCode, 0);
+    }
+
+    void help_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("usage");
+        QTest::addColumn<QStringList>("mentioned");
+
+        QTest::newRow("program") << QStringList { "--help" }
+                                 << "Usage: velmar-upgrade VERB [options]"
+                                 << QStringList { "inspect", "run", "watch", "devices" };
+        QTest::newRow("short option")
+            << QStringList { "-h" } << "Usage: velmar-upgrade VERB [options]" << QStringList {};
+        QTest::newRow("inspect") << QStringList { "inspect", "--help" }
+                                 << "Usage: velmar-upgrade inspect PACKAGE [options]"
+                                 << QStringList { "--device <HOST[:PORT]>", "--model", "--json",
+                                                  "--catalogue", "--verbose" };
+        QTest::newRow("run") << QStringList { "run", "-h" }
+                             << "Usage: velmar-upgrade run PACKAGE --device HOST[:PORT] [options]"
+                             << QStringList { "--section",  "--card",     "--yes",
+                                              "--timeout",  "--key-file", "--catalogue",
+                                              "restarts it" };
+        QTest::newRow("watch") << QStringList { "watch", "--help" }
+                               << "Usage: velmar-upgrade watch --device HOST[:PORT] [options]"
+                               << QStringList { "the device is restarted, as at", "--restart" };
+        QTest::newRow("devices") << QStringList { "devices", "--help" }
+                                 << "Usage: velmar-upgrade devices [options]"
+                                 << QStringList { "--probe-address", "--wait", "--json" };
+        QTest::newRow("help goes before errors")
+            << QStringList { "run", "--help", "--nonsense" }
+            << "Usage: velmar-upgrade run PACKAGE --device HOST[:PORT] [options]" << QStringList {};
+    }
+    void help()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QStringList, mentioned);
+        const auto run = upgrade(arguments);
+        QTEST(run.out.section('\n', 0, 0), "usage");
+        for (const auto &text : mentioned)
+            QVERIFY2(run.out.contains(text), qPrintable(text));
+        QCOMPARE(run.err, QString());
+        QCOMPARE(run.exitCode, 0);
+    }
+
+    void errors_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("err");
+
+        const auto row = [](const char *name, const QStringList &arguments, int exitCode,
+                            const QString &err) {
+            QTest::newRow(name) << arguments << exitCode
+                                << QStringLiteral("velmar-upgrade: %1\n").arg(err);
+        };
+        const QString package = m_package.path();
+        row("no verb", {}, 2, "No verb is given. See velmar-upgrade --help");
+        row("unknown verb", { "upgrade" }, 2,
+            "There is no verb \"upgrade\". See velmar-upgrade --help");
+        row("verb with control characters", { "a\x1b" }, 2,
+            "There is no verb \"a\\x1b\". See velmar-upgrade --help");
+        row("unknown option", { "run", package, "--nonsense" }, 2,
+            "Unknown option 'nonsense'. See velmar-upgrade run --help");
+        row("option without its value", { "watch", "--device" }, 2,
+            "Missing value after '--device'. See velmar-upgrade watch --help");
+        row("no package", { "inspect" }, 2,
+            "No package is named. See velmar-upgrade inspect --help");
+        row("two packages", { "inspect", package, "other" }, 2,
+            "Unexpected argument \"other\". See velmar-upgrade inspect --help");
+        row("argument for a verb without", { "devices", "wall" }, 2,
+            "Unexpected argument \"wall\". See velmar-upgrade devices --help");
+        row("run without a device", { "run", package }, 2,
+            "No device is named. Add --device HOST[:PORT]");
+        row("watch without a device", { "watch" }, 2,
+            "No device is named. Add --device HOST[:PORT]");
+        row("bad port", { "watch", "--device", "wall:port" }, 2,
+            "--device: \"port\" is no port: give a number from 1 to 65535");
+        row("time limit 0", { "run", package, "--device", "wall", "--timeout", "0" }, 2,
+            "--timeout: \"0\" is no number from 1 to 86400");
+        row("time limit beyond a day", { "watch", "--device", "wall", "--timeout", "86401" }, 2,
+            "--timeout: \"86401\" is no number from 1 to 86400");
+        row("nobody to ask", { "run", package, "--device", "wall" }, 2,
+            "Nobody can be asked: the input is no terminal. Add --yes to upgrade without a "
+            "question");
+        row("catalogue that is not there",
+            { "run", package, "--device", "wall", "--yes", "--catalogue", "none.json" }, 2,
+            "--catalogue: none.json: cannot be read: No such file or directory");
+        row("key file that is not there",
+            { "run", package, "--device", "wall", "--yes", "--key-file", "none.key" }, 2,
+            "--key-file: none.key: No such file or directory");
+        row("run of a file", { "run", package + "/main/mcu.bin", "--device", "wall", "--yes" }, 3,
+            package + "/main/mcu.bin is a file; only a package folder can be installed");
+        row("device and model", { "inspect", package, "--device", "wall", "--model", "1" }, 2,
+            "--device and --model exclude each other. Give one of them");
+        row("unknown model", { "inspect", package, "--model", "Strata S9" }, 2,
+            "--model: there is no device model \"Strata S9\". There are: Strata S8 (0x7701), "
+            "Strata S16 (0x7702)");
+        row("no package folder", { "inspect", package + "/card" }, 3,
+            "This is no package: there is no file " + package + "/card/PackageCfg.xml");
+        row("no such folder", { "inspect", package + "/none" }, 3,
+            "This is no package: there is no file " + package + "/none/PackageCfg.xml");
+        row("image configuration file without a device", { "inspect", package + "/main/mcu.bin" },
+            2, "An image configuration file is read against a device. Add --device HOST[:PORT]");
+        row("probe of a name", { "devices", "--probe-address", "wall" }, 2,
+            "--probe-address: \"wall\" is no numeric address");
+        row("probe of no address", { "devices", "--probe-address", ":1" }, 2,
+            "--probe-address: \":1\" is no address: give HOST or HOST:PORT");
+        row("no time to wait", { "devices", "--wait", "0" }, 2,
+            "--wait: \"0\" is no number from 1 to 60000");
+    }
+    void errors()
+    {
+        QFETCH(QStringList, arguments);
+        const auto run = upgrade(arguments);
+        QTEST(run.err, "err");
+        QTEST(run.exitCode, "exitCode");
+        QCOMPARE(run.out, QString());
+    }
+
+    void inspectRaw()
+    {
+        const auto run = upgrade({ "inspect", m_package.path() });
+        QCOMPARE(run.out,
+                 QStringLiteral(
+                     "Package %1\n"
+                     "\n"
+                     "Unit main: main control Strata S8 (0x7701), version 3.2.1.0\n"
+                     "  MCU          mcu.bin                            1234\n"
+                     "  FPGA         none.bin                        missing\n"
+                     "  Fan          mcu.bin                            1234\n"
+                     "\n"
+                     "Unit card: card SI-H4 HDMI input card (0x7801)\n"
+                     "  EDID         edid.bin                              4  board 1\n"
+                     "\n"
+                     "Unit gone\\x9b31m: cannot be read: there is no description, a file that ends "
+                     "in .xml, in %1/gone\\x9b31m\n")
+                     .arg(m_package.path()));
+        QCOMPARE(run.err, QString());
+        QCOMPARE(run.exitCode, 0);
+    }
+
+    void inspectForAModel()
+    {
+        const auto run = upgrade({ "inspect", m_package.path(), "--model", "strata s8" });
+        const auto lines = run.out.split('\n');
+        QVERIFY2(lines.contains("  MCU          mcu.bin                            1234  fits main "
+                                "control -> /fw/mcu"),
+                 qPrintable(run.out));
+        QVERIFY(
+            lines.contains("  FPGA         none.bin                        missing  does not fit"));
+        QVERIFY(
+            lines.contains("  Fan          mcu.bin                            1234  does not fit"));
+        QVERIFY(lines.contains("Unit card: card SI-H4 HDMI input card (0x7801); whether it fits is "
+                               "known with a device alone"));
+        QVERIFY(lines.contains("  EDID         edid.bin                              4  board 1"));
+        QVERIFY(lines.contains("What fits Strata S8 (0x7701):"));
+        QVERIFY(lines.contains("  main control: MCU"));
+        QCOMPARE(run.err, QString());
+        QCOMPARE(run.exitCode, 0);
+    }
+
+    void inspectForAModelThatNothingFits()
+    {
+        PackageBuilder package;
+        QVERIFY(package.index({ "main" }));
+        QVERIFY(package.unit("main", "ModuleID='7702' StepType='0'",
+                             "<FileInfo FileLabel='MCU' FileName='mcu.bin'/>"));
+        QVERIFY(package.file("main/mcu.bin"));
+        const auto run = upgrade({ "inspect", package.path(), "--model", "0x7701" });
+        QVERIFY(run.out.endsWith("What fits Strata S8 (0x7701):\n  nothing\n"));
+        QCOMPARE(run.err,
+                 QStringLiteral("velmar-upgrade: The upgrade package configuration does not match "
+                                "the device configuration.\n"
+                                "  cause: The upgrade package configuration does not match the "
+                                "device configuration.\n"));
+        QCOMPARE(run.exitCode, 3);
+    }
+
+    void inspectAsJson()
+    {
+        const auto run = upgrade({ "inspect", m_package.path(), "--model", "0x7701", "--json" });
+        QCOMPARE(run.exitCode, 0);
+        QJsonParseError error {};
+        const auto object = QJsonDocument::fromJson(run.out.toUtf8(), &error).object();
+        QCOMPARE(error.errorString(), QStringLiteral("no error occurred"));
+        QCOMPARE(object.value("package").toString(), m_package.path());
+        QCOMPARE(object.value("target").toObject().value("modelId").toInt(), 0x7701);
+        const auto units = object.value("units").toArray();
+        QCOMPARE(units.size(), 3);
+        const auto file = units.at(0).toObject().value("files").toArray().at(0).toObject();
+        QCOMPARE(file.value("section").toString(), QStringLiteral("MCU"));
+        QCOMPARE(file.value("bytes").toInt(), 1234);
+        QCOMPARE(file.value("fits").toArray(), QJsonArray { "main control" });
+        QCOMPARE(file.value("targetPaths").toArray(), QJsonArray { "/fw/mcu" });
+        const auto missing = units.at(0).toObject().value("files").toArray().at(1).toObject();
+        QVERIFY(missing.value("bytes").isNull());
+        QCOMPARE(missing.value("fits").toArray(), QJsonArray());
+        const auto card = units.at(1).toObject().value("files").toArray().at(0).toObject();
+        QVERIFY(!card.contains("fits"));
+        QVERIFY(units.at(2).toObject().contains("problem"));
+        const auto part = object.value("parts").toArray().at(0).toObject();
+        QCOMPARE(part.value("part").toString(), QStringLiteral("main control"));
+        QCOMPARE(part.value("sections").toArray().at(0).toObject().value("code").toInt(), 0x101);
+    }
+
+    void logOnRequest()
+    {
+        const auto run = upgrade({ "inspect", m_package.path(), "--model", "0x7702", "-v" });
+        QVERIFY2(run.err.startsWith("log: "), qPrintable(run.err));
+    }
+
+    void nobodyListens()
+    {
+        QTcpServer server; // takes a free port and gives it back
+        QVERIFY(server.listen(QHostAddress::LocalHost));
+        const auto address = QStringLiteral("127.0.0.1:%1").arg(server.serverPort());
+        server.close();
+        const auto run = upgrade({ "run", m_package.path(), "--device", address, "--yes" });
+        QVERIFY2(run.err.startsWith("velmar-upgrade: " + address + " cannot be reached: "),
+                 qPrintable(run.err));
+        QCOMPARE(run.exitCode, 4);
+    }
+
+    void noDeviceAnswers()
+    {
+        QUdpSocket socket; // somebody is there, but says nothing
+        QVERIFY(socket.bind(QHostAddress::LocalHost));
+        const auto address = QStringLiteral("127.0.0.1:%1").arg(socket.localPort());
+        const auto run =
+            upgrade({ "devices", "--probe-address", address, "--wait", "100", "--json" });
+        QCOMPARE(run.out, QStringLiteral("[\n]\n"));
+        QCOMPARE(
+            run.err,
+            QStringLiteral("velmar-upgrade: No device has answered at %1. Check the network, or "
+                           "name a device's address with --probe-address\n")
+                .arg(address));
+        QCOMPARE(run.exitCode, 4);
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_VelmarUpgrade)
+#include "tst_velmarupgrade.moc"
