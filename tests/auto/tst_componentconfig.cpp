@@ -467,7 +467,7 @@ private Q_SLOTS:
     void oddlyNestedTrees()
     {
         QFETCH(int, loads);
-        for (unsigned seed = 1; seed <= 200; ++seed) {
+        for (unsigned seed = 1; seed <= 100; ++seed) {
             const QByteArray where = "seed " + QByteArray::number(seed);
             const Element tree = randomTree(seed);
             QVERIFY(m_builder.file(QStringLiteral("u/unit.xml"), xmlOf(tree)));
