@@ -2,6 +2,8 @@
 
 #include "manifestobject.h"
 
+#include <jsontext/jsontext.h>
+
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -285,9 +287,16 @@ bool readPackageManifest(const QString &path, PackageManifest &manifest, QString
     QJsonParseError parseError;
     const QJsonDocument document = QJsonDocument::fromJson(text, &parseError);
     if (parseError.error != QJsonParseError::NoError) {
-        const int line = text.left(parseError.offset).count('\n') + 1;
         errorText = QStringLiteral("%1, line %2: %3")
-                        .arg(path, QString::number(line), parseError.errorString());
+                        .arg(path, QString::number(JsonText(text).lineAt(parseError.offset)),
+                             parseError.errorString());
+        return false;
+    }
+    int line = 0;
+    const JsonPath repeated = JsonText(text).repeatedKey(line);
+    if (!repeated.isEmpty()) {
+        errorText = QStringLiteral("%1, line %2: the key \"%3\" is there a second time")
+                        .arg(path, QString::number(line), repeated.last());
         return false;
     }
     PackageManifest read;

@@ -119,6 +119,8 @@ private Q_SLOTS:
 
         row("no JSON", "\"units\": [", "\"units\": <", ", line 3: illegal number");
         row("cut off", "\"/font\"] } ]\n}\n", "", ", line 31: unterminated array");
+        row("key twice", "\"stepType\": 1", R"("stepType": 0, "stepType": 1)",
+            ", line 23: the key \"stepType\" is there a second time");
         row("another version", "\"manifestVersion\": 1", "\"manifestVersion\": 2",
             ": manifestVersion is no number from 1 to 1");
         row("no version", "\"manifestVersion\": 1,", "", ": manifestVersion is missing");
@@ -132,7 +134,7 @@ private Q_SLOTS:
             ": units[0].files[0].commands[0].text is unknown");
         row("unknown key of a data file", osd, R"("from": "", "path": "main/osd.json")",
             ": dataFiles[0].from is unknown");
-        row("units are no array", "\"units\": [", "\"units\": 1, \"dataFiles\": [",
+        row("units are no array", "\"units\": [", "\"units\": 1, \"more\": [",
             ": units is no array");
         row("unit is no object", "\"units\": [", "\"units\": [ 1,", ": units[0] is no object");
         row("text that is none", R"("deviceTypes": "Controller")", R"("deviceTypes": 1)",

@@ -1,8 +1,7 @@
 #ifndef VELMARBIZMODEL_CATALOGUEREADER_P_H
 #define VELMARBIZMODEL_CATALOGUEREADER_P_H
 
-#include "jsontext_p.h"
-
+#include <jsontext/jsontext.h>
 #include <velmarbizmodel/catalogue.h>
 
 #include <QHash>

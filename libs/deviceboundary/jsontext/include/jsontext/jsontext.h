@@ -1,5 +1,5 @@
-#ifndef VELMARBIZMODEL_JSONTEXT_P_H
-#define VELMARBIZMODEL_JSONTEXT_P_H
+#ifndef JSONTEXT_JSONTEXT_H
+#define JSONTEXT_JSONTEXT_H
 
 #include <QByteArray>
 #include <QString>
@@ -7,7 +7,7 @@
 
 #include <functional>
 
-namespace Velmar::BizModel::Internal {
+namespace Velmar {
 
 /*! The way from the top of a JSON document to a value in it: keys, and indexes in decimal. */
 using JsonPath = QStringList;
@@ -43,6 +43,6 @@ private:
     const QByteArray m_json;
 };
 
-} // namespace Velmar::BizModel::Internal
+} // namespace Velmar
 
-#endif // VELMARBIZMODEL_JSONTEXT_P_H
+#endif // JSONTEXT_JSONTEXT_H

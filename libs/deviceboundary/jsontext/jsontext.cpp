@@ -1,4 +1,4 @@
-#include "jsontext_p.h"
+#include <jsontext/jsontext.h>
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <vector>
 
-namespace Velmar::BizModel::Internal {
+namespace Velmar {
 
 namespace {
 
@@ -154,4 +154,4 @@ void JsonText::walk(const std::function<bool(const Place &)> &visit) const
     }
 }
 
-} // namespace Velmar::BizModel::Internal
+} // namespace Velmar
