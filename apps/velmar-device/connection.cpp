@@ -48,12 +48,8 @@ Connection::Connection(std::unique_ptr<QTcpSocket> socket, const OperationTable 
         work();
     });
     connect(m_socket.get(), &QTcpSocket::disconnected, this, &Connection::end);
-    connect(&m_pace, &QTimer::timeout, this, [this] {
-        watchSilence();
-        work();
-    });
-    connect(&m_silence, &QTimer::timeout, this,
-            [this] { drop(QString::fromLatin1("the host is silent")); });
+    connect(&m_pace, &QTimer::timeout, this, &Connection::work);
+    connect(&m_silence, &QTimer::timeout, this, &Connection::endSilence);
     watchSilence();
 }
 
@@ -163,6 +159,7 @@ void Connection::holdBack(qint64 bytes)
     const qint64 busy = std::max(m_pace.remainingTime(), 0);
     m_pace.start(int(std::min<qint64>(busy + bytes * 1000 / m_policy.bytesPerSecond,
                                       std::numeric_limits<int>::max())));
+    watchSilence(); // a host cannot be heard while the link is busy with what it has sent
 }
 
 /*! Counts the silence from now on. */
@@ -173,6 +170,13 @@ void Connection::watchSilence()
     const qint64 held = m_pause.remainingTime() + qint64(std::max(m_pace.remainingTime(), 0));
     m_silence.start(
         int(std::min<qint64>(held + m_policy.silenceLimitMs, std::numeric_limits<int>::max())));
+}
+
+void Connection::endSilence()
+{
+    // What has arrived but was not yet looked at is no silence, however busy this process was.
+    if (!m_socket->waitForReadyRead(0) && !m_isOver)
+        drop(QString::fromLatin1("the host is silent"));
 }
 
 void Connection::drop(const QString &reason)

@@ -55,6 +55,7 @@ private:
     void followUp();
     void holdBack(qint64 bytes);
     void watchSilence();
+    void endSilence();
     void drop(const QString &reason);
 
     const std::unique_ptr<QTcpSocket> m_socket;

@@ -45,30 +45,10 @@ QString sectionVersion(const QCborMap &versions, int type, int slotId, int code)
     return QStringLiteral("no such section");
 }
 
-QCborMap part(int type, int slotId, int boardId, std::initializer_list<int> codes)
-{
-    QCborArray sections;
-    for (const int code : codes)
-        sections.append(QCborMap { { QLatin1String("code"), code } });
-    return { { QLatin1String("type"), type },
-             { QLatin1String("slotId"), slotId },
-             { QLatin1String("boardId"), boardId },
-             { QLatin1String("section"), sections } };
-}
-
-QCborMap configuration(const QCborArray &parts, int deleteUpgradeFile = 1)
-{
-    return { { QLatin1String("upgradeType"), 1 },
-             { QLatin1String("filePath"), QLatin1String("N/A") },
-             { QLatin1String("reboot"), 1 },
-             { QLatin1String("deleteUpgradeFile"), deleteUpgradeFile },
-             { QLatin1String("parts"), parts } };
-}
-
 /*! Configures the main control's MCU (0x0101) alone. */
 QCborMap mcuConfiguration()
 {
-    return configuration({ part(1, 0, 0, { 0x0101 }) });
+    return RawHost::configuration({ { 1, 0, 0, { 0x0101 } } });
 }
 
 QByteArray smallImage(quint32 version = 0x02030405)
@@ -82,18 +62,6 @@ QByteArray smallImage(quint32 version = 0x02030405)
 qint64 resultOf(const Answer &progress)
 {
     return progress ? progress->values.value(QLatin1String("result")).toInteger() : -1;
-}
-
-/*! Asks for the progress until the installation is over. */
-Answer waitForInstallation(RawHost &host)
-{
-    QElapsedTimer clock;
-    clock.start();
-    Answer progress;
-    do
-        progress = host.ask(QStringLiteral("upgrade.progress"));
-    while (resultOf(progress) == 1 && clock.elapsed() < 5000);
-    return progress;
 }
 
 QList<QJsonObject> traceLines(const QString &path)
@@ -408,21 +376,21 @@ private Q_SLOTS:
             << "upgrade.configure" << noReboot << 3
             << "\"reboot\" is not a whole number in its width";
         QTest::newRow("install on nothing")
-            << "upgrade.configure" << configuration({}) << 3 << "\"parts\" is empty";
+            << "upgrade.configure" << RawHost::configuration({}) << 3 << "\"parts\" is empty";
         QTest::newRow("install on an empty slot")
-            << "upgrade.configure" << configuration({ part(3, 9, 1, { 0x0301 }) }) << 1
+            << "upgrade.configure" << RawHost::configuration({ { 3, 9, 1, { 0x0301 } } }) << 1
             << "slot 9 is empty";
         QTest::newRow("install on another board")
-            << "upgrade.configure" << configuration({ part(3, 1, 2, { 0x0301 }) }) << 1
+            << "upgrade.configure" << RawHost::configuration({ { 3, 1, 2, { 0x0301 } } }) << 1
             << "slot 1 has board 1, not 2";
         QTest::newRow("install an unknown section")
-            << "upgrade.configure" << configuration({ part(3, 1, 1, { 0x0301, 0x0399 }) }) << 1
-            << "slot 1 has no section 0x0399";
+            << "upgrade.configure" << RawHost::configuration({ { 3, 1, 1, { 0x0301, 0x0399 } } })
+            << 1 << "slot 1 has no section 0x0399";
         QTest::newRow("slot of 9 bits")
-            << "upgrade.configure" << configuration({ part(3, 257, 1, { 0x0301 }) }) << 3
+            << "upgrade.configure" << RawHost::configuration({ { 3, 257, 1, { 0x0301 } } }) << 3
             << "\"slotId\" is not a whole number in its width";
         QTest::newRow("section code of 17 bits")
-            << "upgrade.configure" << configuration({ part(1, 0, 0, { 0x10101 }) }) << 3
+            << "upgrade.configure" << RawHost::configuration({ { 1, 0, 0, { 0x10101 } } }) << 3
             << "\"code\" is not a whole number in its width";
         QTest::newRow("shutdown mode that the device has not")
             << "device.shutdown" << QCborMap { { QLatin1String("mode"), 1 } } << 1
@@ -516,11 +484,11 @@ private Q_SLOTS:
 
         const Answer configured = host.ask(
             "upgrade.configure",
-            configuration({ part(1, 0, 0, { 0x0101, 0x0105 }), part(3, 1, 1, { 0x0302 }) }));
+            RawHost::configuration({ { 1, 0, 0, { 0x0101, 0x0105 } }, { 3, 1, 1, { 0x0302 } } }));
         QVERIFY(configured);
         QCOMPARE(configured->ack, quint16(0));
         QCOMPARE(configured->values, (QCborMap { { QLatin1String("run"), 1 } }));
-        const Answer done = waitForInstallation(host);
+        const Answer done = host.waitForInstallation();
         QVERIFY(done);
         const auto section = [](int code) {
             return QCborMap { { QLatin1String("code"), code },
@@ -585,12 +553,12 @@ private Q_SLOTS:
         RawHost host;
         QVERIFY(host.connectTo(m_device->port()));
         QVERIFY(host.sendImage(smallImage()));
-        const QCborMap keeping = configuration({ part(1, 0, 0, { 0x0101 }) }, 0);
+        const QCborMap keeping = RawHost::configuration({ { 1, 0, 0, { 0x0101 } } }, false);
         for (qint64 run = 1; run <= 2; ++run) {
             const Answer configured = host.ask("upgrade.configure", keeping);
             QVERIFY(configured);
             QCOMPARE(configured->values.value(QLatin1String("run")).toInteger(), run);
-            QCOMPARE(resultOf(waitForInstallation(host)), 2);
+            QCOMPARE(resultOf(host.waitForInstallation()), 2);
         }
     }
 
@@ -631,41 +599,43 @@ private Q_SLOTS:
         QCOMPARE(again->values.value(QLatin1String("run")).toInteger(), qint64(2));
     }
 
-    void progressGoesUp()
+    void progressOfPartsAndSections()
     {
-        QVERIFY(start({ "--install-ms", "150" }));
+        QVERIFY(start({ "--install-ms", "1", "--fault", "never-ends=60" }));
         RawHost host;
         QVERIFY(host.connectTo(m_device->port()));
         QVERIFY(host.sendImage(smallImage()));
-        QVERIFY(
-            host.ask("upgrade.configure", configuration({ part(1, 0, 0, { 0x0101, 0x0102 }) })));
-        qint64 lastRate = 0;
-        int seen = 0;
-        for (Answer progress = host.ask("upgrade.progress"); resultOf(progress) == 1;
-             progress = host.ask("upgrade.progress")) {
-            const qint64 rate = progress->values.value(QLatin1String("rate")).toInteger();
-            QVERIFY(rate >= lastRate);
-            QVERIFY(rate < 100);
-            const QCborArray sections = progress->values.value(QLatin1String("parts"))
-                                            .toArray()
-                                            .at(0)
-                                            .toMap()
-                                            .value(QLatin1String("section"))
-                                            .toArray();
-            QCOMPARE(sections.size(), 2);
-            // The second section has its turn when the first is done.
-            const QCborMap first = sections.at(0).toMap();
-            const QCborMap second = sections.at(1).toMap();
-            if (second.value(QLatin1String("rate")).toInteger() > 0) {
-                QCOMPARE(first.value(QLatin1String("rate")).toInteger(), qint64(100));
-                QCOMPARE(first.value(QLatin1String("result")).toInteger(), qint64(2));
-            }
-            lastRate = rate;
-            ++seen;
-        }
-        QVERIFY(seen > 1);
-        QVERIFY(lastRate > 0);
-        QCOMPARE(resultOf(host.ask("upgrade.progress")), 2);
+        QVERIFY(host.ask("upgrade.configure",
+                         RawHost::configuration({ { 1, 0, 0, { 0x0101, 0x0102 } },
+                                                  { 3, 1, 1, { 0x0301 } },
+                                                  { 4, 4, 1, { 0x0401, 0x0402 } } })));
+        QTRY_COMPARE(host.ask("upgrade.progress")->values.value(QLatin1String("rate")).toInteger(),
+                     qint64(60));
+        const auto section = [](int code, int rate, int result) {
+            return QCborMap { { QLatin1String("code"), code },
+                              { QLatin1String("rate"), rate },
+                              { QLatin1String("result"), result } };
+        };
+        const auto card = [](int type, int slotId, int rate, int result,
+                             const QCborArray &sections) {
+            return QCborMap { { QLatin1String("type"), type },
+                              { QLatin1String("slotId"), slotId },
+                              { QLatin1String("rate"), rate },
+                              { QLatin1String("result"), result },
+                              { QLatin1String("section"), sections } };
+        };
+        // Three of five sections are done, and the next has just got its turn.
+        const QCborMap expected {
+            { QLatin1String("run"), 1 },
+            { QLatin1String("result"), 1 },
+            { QLatin1String("rate"), 60 },
+            { QLatin1String("subSections"), QCborMap { { QLatin1String("rate"), 60 } } },
+            { QLatin1String("parts"),
+              QCborArray { card(1, 0, 100, 2, { section(0x0101, 100, 2), section(0x0102, 100, 2) }),
+                           card(3, 1, 100, 2, { section(0x0301, 100, 2) }),
+                           card(4, 4, 0, 1, { section(0x0401, 0, 1), section(0x0402, 0, 0) }) } },
+        };
+        QCOMPARE(host.ask("upgrade.progress")->values, expected);
     }
 
     void badImageIsRefused_data()
@@ -724,7 +694,7 @@ private Q_SLOTS:
         QVERIFY(closed);
         QCOMPARE(closed->ack, quint16(0));
         QVERIFY(host.ask("upgrade.configure", mcuConfiguration()));
-        QCOMPARE(resultOf(waitForInstallation(host)), 2);
+        QCOMPARE(resultOf(host.waitForInstallation()), 2);
         // Asked for by bytes: what QDir makes of them depends on the test's locale.
         const auto bytesAt = [this](const char *name) {
             std::FILE *file =
@@ -752,7 +722,7 @@ private Q_SLOTS:
         QVERIFY(host.connectTo(m_device->port()));
         QVERIFY(host.sendImage(smallImage()));
         QVERIFY(host.ask("upgrade.configure", mcuConfiguration()));
-        QCOMPARE(resultOf(waitForInstallation(host)), 2);
+        QCOMPARE(resultOf(host.waitForInstallation()), 2);
         m_device->kill();
 
         QVERIFY(start({ "--fault", "never-ends=30", "--install-ms", "1" }));
@@ -782,46 +752,16 @@ private Q_SLOTS:
         const Answer again = host.ask("upgrade.configure", mcuConfiguration()); // it has the image
         QVERIFY(again);
         QCOMPARE(again->values.value(QLatin1String("run")).toInteger(), qint64(3));
-        QCOMPARE(resultOf(waitForInstallation(host)), 2);
+        QCOMPARE(resultOf(host.waitForInstallation()), 2);
         QCOMPARE(installed("app/mcu.bin"), QByteArray("newer firmware"));
     }
 
     void silentHostIsDropped()
     {
-        QVERIFY(start({ "--heartbeat-ms", "40" }));
-        RawHost host;
-        QVERIFY(host.connectTo(m_device->port()));
-        QVERIFY(host.ask("ping"));
-        QVERIFY(host.waitForEnd());
-    }
-
-    void pausedHostMayBeSilent()
-    {
-        QVERIFY(start({ "--heartbeat-ms", "20" }));
-        RawHost paused;
-        RawHost other;
-        QVERIFY(paused.connectTo(m_device->port()));
-        QVERIFY(paused.ask("heartbeat.pause", { { QLatin1String("milliseconds"), 60000 } }));
-        // The other's end shows that more than the limit has passed.
-        QVERIFY(other.connectTo(m_device->port()));
-        QVERIFY(other.waitForEnd());
-        QVERIFY(paused.ask("ping"));
-        QVERIFY(other.connectTo(m_device->port()));
-        QVERIFY(other.waitForEnd());
-        QVERIFY(paused.ask("heartbeat.resume")); // a request does not end the pause
-        QVERIFY(paused.waitForEnd());
-    }
-
-    void pauseEndsByItself()
-    {
         QVERIFY(start({ "--heartbeat-ms", "20" }));
         RawHost host;
         QVERIFY(host.connectTo(m_device->port()));
-        QElapsedTimer clock;
-        clock.start();
-        QVERIFY(host.ask("heartbeat.pause", { { QLatin1String("milliseconds"), 50 } }));
         QVERIFY(host.waitForEnd());
-        QVERIFY(clock.elapsed() >= 65); // timers may be 5 % early
     }
 
     void probeIsAnswered()

@@ -6,6 +6,7 @@
 
 #include <QHostAddress>
 #include <QTcpSocket>
+#include <QVector>
 
 #include <optional>
 
@@ -14,6 +15,14 @@
 class RawHost {
 public:
     using Answer = Velmar::SSProxy::AnswerMessage;
+
+    /*! One card of an order to install. */
+    struct OrderedPart {
+        int type = 1;
+        int slotId = 0;
+        int boardId = 0;
+        QVector<int> codes;
+    };
 
     bool connectTo(quint16 port, const QHostAddress &address = QHostAddress::LocalHost);
 
@@ -29,9 +38,21 @@ public:
     /*! Sends \a bytes as they are. */
     void write(const QByteArray &bytes);
 
-    /*! Announces and sends \a image in chunks of \a chunkSize bytes. Returns the first answer that
-        refuses something, or the last; no value if the connection ended. */
+    /*! Announces \a image as file 0 and opens its transfer. */
+    std::optional<Answer> announceAndOpen(const QByteArray &image);
+
+    /*! Sends \a length bytes of \a image from \a offset on. */
+    std::optional<Answer> sendChunk(const QByteArray &image, int offset, int length);
+
+    /*! Does all of this, with chunks of \a chunkSize bytes, and closes the transfer. Returns the
+        first answer that refuses something, or the last; no value if the connection ended. */
     std::optional<Answer> sendImage(const QByteArray &image, int chunkSize = 65536);
+
+    /*! Arguments of upgrade.configure. */
+    static QCborMap configuration(const QVector<OrderedPart> &parts, bool deletesImage = true);
+
+    /*! Asks for the progress until its result is not 1 any more, or for five seconds. */
+    std::optional<Answer> waitForInstallation();
 
     /*! True once the device has ended the connection. */
     bool waitForEnd();
