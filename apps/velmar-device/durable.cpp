@@ -7,6 +7,21 @@
 
 namespace Velmar::Simulator {
 
+namespace {
+
+bool syncWith(int (*sync)(int), const QString &folderPath)
+{
+    const int folder =
+        ::open(QFile::encodeName(folderPath).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0)
+        return false;
+    const bool isSynced = sync(folder) == 0;
+    ::close(folder);
+    return isSynced;
+}
+
+} // namespace
+
 bool syncFile(QFile &file)
 {
     return file.flush() && ::fsync(file.handle()) == 0;
@@ -14,13 +29,12 @@ bool syncFile(QFile &file)
 
 bool syncFolder(const QString &path)
 {
-    const int folder =
-        ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0)
-        return false;
-    const bool isSynced = ::fsync(folder) == 0;
-    ::close(folder);
-    return isSynced;
+    return syncWith(::fsync, path);
+}
+
+bool syncFileSystem(const QString &path)
+{
+    return syncWith(::syncfs, path);
 }
 
 } // namespace Velmar::Simulator

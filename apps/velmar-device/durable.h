@@ -14,6 +14,10 @@ bool syncFile(QFile &file);
     files. False if the disk could not take it. */
 bool syncFolder(const QString &path);
 
+/*! Writes all that the file system of the folder \a path holds back to the disk, which for many
+   small files takes a fraction of the time that they would take one by one. */
+bool syncFileSystem(const QString &path);
+
 } // namespace Velmar::Simulator
 
 #endif // VELMARDEVICE_DURABLE_H

@@ -111,10 +111,13 @@ bool Installation::stageNext(qint64 maxBytes, QString &errorText)
         return false;
     if (m_stagedBytes * 2 >= m_totalBytes)
         report(Step::HalfStaged);
-    if (isStaged()) {
-        syncFolder(m_folder.staging());
-        report(Step::Staged);
+    if (!isStaged())
+        return true;
+    if (!syncFileSystem(m_folder.staging())) {
+        errorText = QString::fromLatin1("the disk does not take the files");
+        return false;
     }
+    report(Step::Staged);
     return true;
 }
 
@@ -135,9 +138,9 @@ bool Installation::placeNext(QString &errorText)
     const QString target =
         m_folder.files() + QLatin1Char('/') + m_image.files[m_placed].installedPath;
     const QString folder = QFileInfo(target).path();
-    if (!m_changedFolders.contains(folder)) {
+    if (!m_knownFolders.contains(folder)) {
         QDir().mkpath(folder);
-        m_changedFolders.insert(folder);
+        m_knownFolders.insert(folder);
     }
     if (!moveFile(stagedPath(m_placed), target)) {
         const int error = errno;
@@ -152,8 +155,7 @@ bool Installation::placeNext(QString &errorText)
     if (m_placed * 2 >= m_image.files.size())
         report(Step::HalfPlaced);
     if (isPlaced()) {
-        for (const QString &path : std::as_const(m_changedFolders))
-            syncFolder(path);
+        syncFileSystem(m_folder.files());
         report(Step::Placed);
     }
     return true;
@@ -292,7 +294,7 @@ bool Installation::openNext(QString &errorText)
 
 bool Installation::finishStagedFile(QString &errorText)
 {
-    if (!syncFile(m_target)) {
+    if (!m_target.flush()) {
         errorText = fault(QString::fromLatin1("written"), m_target);
         return false;
     }

@@ -105,7 +105,7 @@ private:
     int m_reported = 0; // the Step told last
     QFile m_source;
     QFile m_target;
-    QSet<QString> m_changedFolders;
+    QSet<QString> m_knownFolders; // that files were placed in
 };
 
 } // namespace Velmar::Simulator

@@ -21,10 +21,12 @@ void describeOptions(QCommandLineParser &parser)
     const auto flag = [&parser](const QStringList &names, const char *description) {
         parser.addOption(QCommandLineOption(names, QLatin1String(description)));
     };
-    parser.setApplicationDescription(QStringLiteral(
-        "Behaves as a device on the network would: takes images, installs them, restarts.\n"
-        "Prints a JSON line on standard output when hosts can connect and when it restarts.\n"
-        "SIGTERM and SIGINT switch it off."));
+    parser.setApplicationDescription(
+        QStringLiteral("Behaves as a device on the network would: takes images, installs them and\n"
+                       "restarts.\n"
+                       "Prints a JSON line on standard output when hosts can connect and when it\n"
+                       "restarts.\n"
+                       "SIGTERM and SIGINT switch it off."));
     option("listen", "ADDR[:PORT]",
            text("IPv4 loopback address and TCP port for hosts; port 0: any (default "
                 "127.0.0.1:%1).",
@@ -206,7 +208,7 @@ QString Options::helpText()
     describeOptions(parser);
     return parser.helpText() + QLatin1String("\nFaults:\n") + Faults::helpText()
         + QStringLiteral("\nThe exit status is 0 after SIGTERM or SIGINT, 64 if the options are "
-                         "wrong, 1 if the device cannot start.\n");
+                         "wrong, and\n1 if the device cannot start.\n");
 }
 
 } // namespace Velmar::Simulator

@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr int PatienceMs = 5000;
+constexpr int PatienceMs = 20000;
 
 } // namespace
 

@@ -13,7 +13,7 @@ public:
     /*! Starts \a program with \a options, on any free ports. False if it did not get ready. */
     bool start(const QString &program, const QStringList &options);
 
-    /*! Waits for the next event that the device prints; empty if none comes in five seconds. */
+    /*! Waits for the next event that the device prints; empty if none comes in twenty seconds. */
     QJsonObject nextEvent();
 
     quint16 port() const { return m_port; }

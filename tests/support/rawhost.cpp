@@ -9,7 +9,7 @@ using namespace Velmar::SSProxy;
 
 namespace {
 
-constexpr int PatienceMs = 5000;
+constexpr int PatienceMs = 20000;
 
 } // namespace
 

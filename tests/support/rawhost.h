@@ -11,7 +11,7 @@
 #include <optional>
 
 /*! A host's end of the device link with nothing between the test and the wire. Blocks, for at most
-    five seconds at a time. */
+    twenty seconds at a time. */
 class RawHost {
 public:
     using Answer = Velmar::SSProxy::AnswerMessage;
@@ -51,7 +51,7 @@ public:
     /*! Arguments of upgrade.configure. */
     static QCborMap configuration(const QVector<OrderedPart> &parts, bool deletesImage = true);
 
-    /*! Asks for the progress until its result is not 1 any more, or for five seconds. */
+    /*! Asks for the progress until its result is not 1 any more, or for twenty seconds. */
     std::optional<Answer> waitForInstallation();
 
     /*! True once the device has ended the connection. */
