@@ -545,6 +545,11 @@ private Q_SLOTS:
         QVERIFY(again);
         QCOMPARE(again->errorText, QString("no image waits to be installed"));
         QCOMPARE(QDir(statePath() + "/images").entryList(QDir::Files), QStringList());
+
+        m_device->process().terminate();
+        QVERIFY(m_device->waitForEnd());
+        QCOMPARE(m_device->process().exitCode(), 0);
+        QCOMPARE(m_device->process().readAllStandardError(), QByteArray());
     }
 
     void keptImageIsInstalledAgain()
