@@ -235,7 +235,8 @@ private Q_SLOTS:
 
         QTEST(contents(ImageConfig::instance()->upgradeCfgs()), "expected");
         QVERIFY(recorder.lines().isEmpty());
-        for (const UpgradeFileItem &item : ImageConfig::instance()->upgradeCfgs().first().files) {
+        const QVector<UpgradeCfg> cfgs = ImageConfig::instance()->upgradeCfgs();
+        for (const UpgradeFileItem &item : cfgs.first().files) {
             QVERIFY(item.filePath.isNull());
             QVERIFY(item.targetPath.isNull());
             QCOMPARE(item.extendNum, 0);

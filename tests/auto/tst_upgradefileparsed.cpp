@@ -20,6 +20,8 @@ using namespace Velmar::Firmware;
 using Velmar::BizModel::Subcard;
 using Velmar::Firmware::Internal::UpgradeFileParsedPrivate;
 
+Q_DECLARE_METATYPE(Velmar::Firmware::UpgradeFileItem)
+
 namespace {
 
 // Of the built-in catalogue. The controller has the sections MCU, FPGA, Kernel, fileVersion and
@@ -758,8 +760,6 @@ private:
 
     std::unique_ptr<PackageBuilder> m_builder;
 };
-
-Q_DECLARE_METATYPE(Velmar::Firmware::UpgradeFileItem)
 
 QTEST_GUILESS_MAIN(tst_UpgradeFileParsed)
 #include "tst_upgradefileparsed.moc"
