@@ -25,10 +25,10 @@ Reply Reply::dropped()
     return reply;
 }
 
-void OperationTable::add(const QString &name, OperationHandler handler)
+void OperationTable::add(const QString &name, const OperationHandler &handler)
 {
     Q_ASSERT(!m_handlers.contains(name));
-    m_handlers.insert(name, std::move(handler));
+    m_handlers.insert(name, handler);
 }
 
 Reply OperationTable::perform(const QString &operation, const QCborMap &arguments,

@@ -46,7 +46,7 @@ using OperationHandler = std::function<Reply(const QCborMap &arguments, LinkSess
 class OperationTable {
 public:
     /*! Adds the operation \a name, which is not in the table yet. */
-    void add(const QString &name, OperationHandler handler);
+    void add(const QString &name, const OperationHandler &handler);
 
     /*! Carries out \a operation; one that is not in the table is answered with "unknown". */
     Reply perform(const QString &operation, const QCborMap &arguments, LinkSession &session) const;

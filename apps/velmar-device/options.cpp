@@ -111,6 +111,16 @@ public:
             portNumber = port(value.mid(colon + 1), "listen", expectation);
     }
 
+    QString text(const char *name)
+    {
+        const QString value = m_parser.value(QLatin1String(name));
+        if (value.size() > SimulatedDevice::MaxTextLength)
+            fail(name,
+                 QString::fromLatin1("a text of at most %1 characters")
+                     .arg(SimulatedDevice::MaxTextLength));
+        return value;
+    }
+
     QString version(const char *name)
     {
         const QString value = m_parser.value(QLatin1String(name));
@@ -181,8 +191,8 @@ std::optional<Options> Options::parse(const QStringList &arguments, QString &err
     device.installMs = values.milliseconds("install-ms", 0, device.installMs);
     device.restartMs = values.milliseconds("restart-ms", 0, device.restartMs);
     device.heartbeatMs = values.milliseconds("heartbeat-ms", 1, device.heartbeatMs);
-    device.serial = parser.value(QStringLiteral("serial"));
-    device.name = parser.value(QStringLiteral("name"));
+    device.serial = values.text("serial");
+    device.name = values.text("name");
     device.statePath = parser.value(QStringLiteral("state"));
     device.tracePath = parser.value(QStringLiteral("trace"));
     for (const QString &fault : parser.values(QStringLiteral("fault"))) {

@@ -32,7 +32,7 @@ void runInstalledVersions(DeviceRecord &record)
 SimulatedDevice::SimulatedDevice(const Fitting &fitting, const DeviceSettings &settings)
     : m_fitting(fitting)
     , m_settings(settings)
-    , m_name(settings.name.isEmpty() ? fitting.model().name : settings.name)
+    , m_name(settings.name.isEmpty() ? fitting.model().name.left(MaxTextLength) : settings.name)
     , m_probe(m_trace)
 {
     m_return.setSingleShot(true);

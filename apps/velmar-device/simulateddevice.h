@@ -44,6 +44,9 @@ class SimulatedDevice : public QObject {
     Q_OBJECT
 
 public:
+    /*! Characters of a serial number or name, so that the answer to a probe fits its datagram. */
+    static constexpr int MaxTextLength = 200;
+
     /*! Version that a new device's section "fileVersion" has, which is not that of its other
         sections: so an upgrade from such a device's own answers is seen. */
     static constexpr char FirstFileVersion[] = "1.1.0.0";

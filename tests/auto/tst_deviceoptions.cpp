@@ -141,6 +141,10 @@ private Q_SLOTS:
                 << QString("The value \"%1\" of --file-version is not a version such as 1.2.3.4, "
                            "each part up to 255.")
                        .arg(version);
+        QTest::newRow("long name") << QStringList { "--name", QString(201, 'n') }
+                                   << QString("The value \"%1\" of --name is not a text of at "
+                                              "most 200 characters.")
+                                          .arg(QString(201, 'n'));
         QTest::newRow("value missing")
             << QStringList { "--state" } << "Missing value after '--state'.";
         QTest::newRow("cards and no cards") << QStringList { "--no-cards", "--card", "1=A" }
