@@ -39,6 +39,8 @@ Connection::Connection(std::unique_ptr<QTcpSocket> socket, const OperationTable 
     m_silence.setSingleShot(true);
     m_pace.setSingleShot(true);
     m_pace.setTimerType(Qt::PreciseTimer);
+    m_delay.setSingleShot(true);
+    m_delay.setTimerType(Qt::PreciseTimer);
     connect(m_socket.get(), &QTcpSocket::readyRead, this, [this] {
         watchSilence();
         work();
@@ -65,6 +67,7 @@ void Connection::end()
     m_isOver = true;
     m_silence.stop();
     m_pace.stop();
+    m_delay.stop();
     m_socket->abort();
     followUp();
     Q_EMIT ended();
@@ -82,9 +85,15 @@ void Connection::resumeSilenceLimit()
     watchSilence();
 }
 
+void Connection::endConnection()
+{
+    drop(QString::fromLatin1("a fault ends it"));
+}
+
 void Connection::work()
 {
-    while (!m_isOver && !m_pace.isActive() && m_socket->bytesToWrite() < MaxUnsent) {
+    while (!m_isOver && !m_pace.isActive() && !m_delay.isActive()
+           && m_socket->bytesToWrite() < MaxUnsent) {
         QCborMap message;
         switch (m_frames.next(message)) {
         case SSProxy::FrameReader::Status::Message:
@@ -126,13 +135,30 @@ void Connection::carryOut(const QCborMap &message)
         drop(QString::fromLatin1("a fault drops the connection at %1").arg(request.operation));
         return;
     }
+    if (reply.isUnanswered)
+        return;
     SSProxy::AnswerMessage answer;
     answer.label = request.label;
     answer.ack = quint16(reply.outcome.ack);
     answer.errorText = reply.outcome.errorText;
     answer.values = reply.values;
     m_afterwards = reply.afterwards;
-    send(request.operation, answer);
+    if (reply.delayMs > 0)
+        sendDelayed(reply.delayMs, request.operation, answer);
+    else
+        send(request.operation, answer);
+}
+
+void Connection::sendDelayed(int milliseconds, const QString &operation,
+                             const SSProxy::AnswerMessage &answer)
+{
+    m_delay.disconnect(this);
+    connect(&m_delay, &QTimer::timeout, this, [this, operation, answer] {
+        send(operation, answer);
+        work();
+    });
+    m_delay.start(milliseconds);
+    watchSilence();
 }
 
 void Connection::send(const QString &operation, const SSProxy::AnswerMessage &answer)
@@ -148,7 +174,8 @@ void Connection::send(const QString &operation, const SSProxy::AnswerMessage &an
 /*! Does what was to follow the answer, as soon as that has left or cannot leave any more. */
 void Connection::followUp()
 {
-    if (m_afterwards && (m_isOver || m_socket->bytesToWrite() == 0))
+    const bool hasLeft = !m_delay.isActive() && m_socket->bytesToWrite() == 0;
+    if (m_afterwards && (m_isOver || hasLeft))
         std::exchange(m_afterwards, nullptr)();
 }
 
@@ -167,7 +194,8 @@ void Connection::watchSilence()
 {
     if (m_isOver)
         return;
-    const qint64 held = m_pause.remainingTime() + qint64(std::max(m_pace.remainingTime(), 0));
+    const qint64 held = m_pause.remainingTime() + qint64(std::max(m_pace.remainingTime(), 0))
+        + qint64(std::max(m_delay.remainingTime(), 0));
     m_silence.start(
         int(std::min<qint64>(held + m_policy.silenceLimitMs, std::numeric_limits<int>::max())));
 }

@@ -47,11 +47,14 @@ Q_SIGNALS:
 private:
     void pauseSilenceLimit(qint64 milliseconds) override;
     void resumeSilenceLimit() override;
+    void endConnection() override;
 
     void work();
     bool readMore();
     void carryOut(const QCborMap &message);
     void send(const QString &operation, const SSProxy::AnswerMessage &answer);
+    void sendDelayed(int milliseconds, const QString &operation,
+                     const SSProxy::AnswerMessage &answer);
     void followUp();
     void holdBack(qint64 bytes);
     void watchSilence();
@@ -68,6 +71,7 @@ private:
     QTimer m_silence;
     QDeadlineTimer m_pause { 0 }; // the host may be silent until then
     QTimer m_pace; // active while the slow link is busy
+    QTimer m_delay; // active while an answer is held back
     bool m_isOver = false;
 };
 

@@ -141,15 +141,19 @@ template<typename Number> Number whole(MemberReader &reader, const char *key)
         reader.number(key, std::numeric_limits<Number>::min(), std::numeric_limits<Number>::max()));
 }
 
+/*! The name of a file is appended to a folder and removed from it. */
+QString readFileName(MemberReader &reader, const char *key)
+{
+    const QString name = reader.text(key);
+    if (name.isEmpty() || name.contains(QLatin1Char('/')) || name.startsWith(QLatin1Char('.')))
+        reader.fail(key, "the name of a file");
+    return name;
+}
+
 ReceivedImage readImage(const QJsonObject &object, QString &errorText)
 {
     MemberReader reader(object, errorText);
-    ReceivedImage image { reader.text("fileName"), reader.text("version") };
-    // The name is appended to a folder and removed from it.
-    if (image.fileName.isEmpty() || image.fileName.contains(QLatin1Char('/'))
-        || image.fileName.startsWith(QLatin1Char('.')))
-        reader.fail("fileName", "the name of a file");
-    return image;
+    return { readFileName(reader, "fileName"), reader.text("version") };
 }
 
 SectionKey readKey(MemberReader &reader)
@@ -218,6 +222,14 @@ QByteArray DeviceRecord::toJson() const
         { "format", Format },     { "modelId", modelId },           { "serial", serial },
         { "runs", qint64(runs) }, { "restarts", qint64(restarts) }, { "sections", sectionList },
     };
+    QJsonArray firmwareList;
+    for (const auto &[key, fileName] : firmware) {
+        QJsonObject entry = toObject(key);
+        entry.insert(QLatin1String("fileName"), fileName);
+        firmwareList.append(entry);
+    }
+    if (!firmwareList.isEmpty())
+        object.insert(QLatin1String("firmware"), firmwareList);
     if (image)
         object.insert(QLatin1String("image"), toObject(*image));
     if (installation)
@@ -247,6 +259,13 @@ std::optional<DeviceRecord> DeviceRecord::fromJson(const QByteArray &json, QStri
         MemberReader section(value.toObject(), errorText);
         const SectionKey key = readKey(section);
         record.sections[key] = { section.text("running"), section.text("installed") };
+    }
+    if (object.contains(QLatin1String("firmware"))) {
+        for (const QJsonValue value : reader.array("firmware")) {
+            MemberReader entry(value.toObject(), errorText);
+            const SectionKey key = readKey(entry);
+            record.firmware[key] = readFileName(entry, "fileName");
+        }
     }
     if (object.contains(QLatin1String("image")))
         record.image = readImage(reader.object("image"), errorText);

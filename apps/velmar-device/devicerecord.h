@@ -70,6 +70,7 @@ struct DeviceRecord {
     std::optional<ReceivedImage> image; //!< waiting to be installed
     std::optional<InstallationRecord> installation;
     std::map<SectionKey, SectionVersions> sections;
+    std::map<SectionKey, QString> firmware; //!< files of MCUs in the folder of firmware
 
     QByteArray toJson() const;
 

@@ -20,6 +20,22 @@ const FaultDescription *findDescription(const QString &name)
     return found == all.end() ? nullptr : &*found;
 }
 
+/*! What stands behind the "=" of a fault, for people. */
+QString valueText(const FaultDescription &description)
+{
+    const QString first = QLatin1String(description.valueName);
+    return description.second.name == nullptr
+        ? first
+        : QString::fromLatin1("%1[:%2]").arg(first, QLatin1String(description.second.name));
+}
+
+bool readNumber(const QString &text, qint64 minimum, qint64 maximum, qint64 &number)
+{
+    bool isNumber = false;
+    number = text.toLongLong(&isNumber);
+    return isNumber && number >= minimum && number <= maximum;
+}
+
 QString knownNames()
 {
     QStringList names;
@@ -75,6 +91,25 @@ const std::vector<FaultDescription> &Faults::descriptions()
         { Fault::NoReturn, "no-return", nullptr, 0, 0, 0, "Stays away after an ordered restart." },
         { Fault::SlowLink, "slow-link", "BYTES_PER_SECOND", 1, MaxCount, -1,
           "Takes requests and gives answers at this pace, for each connection." },
+        { Fault::RegisterAck,
+          "register-ack",
+          "WRITE",
+          1,
+          MaxCount,
+          1,
+          "Refuses this register write, counted from 1 since the device was switched on, with that "
+          "ack.",
+          { "ACK", 1, 65535, 1 } },
+        { Fault::RegisterSilent, "register-silent", "WRITE", 1, MaxCount, 1,
+          "Neither carries this register write out nor answers it." },
+        { Fault::RegisterCut, "register-cut", "WRITE", 1, MaxCount, 1,
+          "Drops the connection instead of carrying this register write out." },
+        { Fault::RegisterNotReady, "register-not-ready", "WRITE", 1, MaxCount, 1,
+          "Drops the connection behind the answer to this register write, so that the host is in "
+          "no "
+          "state to send the next." },
+        { Fault::RegisterSlow, "register-slow", "MS", 1, MaxCount, -1,
+          "Answers each register write so much later." },
     };
     return table;
 }
@@ -86,8 +121,7 @@ QString Faults::helpText()
         text += QLatin1String("  ") + QLatin1String(entry.name);
         if (entry.valueName != nullptr) {
             const bool isOptional = entry.defaultValue >= entry.minimum;
-            text += QString::fromLatin1(isOptional ? "[=%1]" : "=%1")
-                        .arg(QLatin1String(entry.valueName));
+            text += QString::fromLatin1(isOptional ? "[=%1]" : "=%1").arg(valueText(entry));
             if (isOptional)
                 text += QString::fromLatin1(" (default %1)").arg(entry.defaultValue);
         }
@@ -109,26 +143,37 @@ bool Faults::add(const QString &text, QString &errorText)
     if (equals < 0) {
         if (description->valueName != nullptr && description->defaultValue < description->minimum) {
             errorText = QString::fromLatin1("The fault \"%1\" needs a value, as in \"%1=%2\".")
-                            .arg(name, QLatin1String(description->valueName));
+                            .arg(name, valueText(*description));
             return false;
         }
-        m_values[description->fault] = description->defaultValue;
+        m_values[description->fault] = { description->defaultValue,
+                                         description->second.defaultValue };
         return true;
     }
     if (description->valueName == nullptr) {
         errorText = QString::fromLatin1("The fault \"%1\" takes no value.").arg(name);
         return false;
     }
-    bool isNumber = false;
-    const qint64 value = text.mid(equals + 1).toLongLong(&isNumber);
-    if (!isNumber || value < description->minimum || value > description->maximum) {
+    const SecondNumber &second = description->second;
+    const QString value = text.mid(equals + 1);
+    const int colon = second.name == nullptr ? -1 : value.indexOf(QLatin1Char(':'));
+    Values values { 0, second.defaultValue };
+    if (colon >= 0
+        && !readNumber(value.mid(colon + 1), second.minimum, second.maximum, values.second)) {
+        errorText = QString::fromLatin1("The %1 of the fault \"%2\" is a number from %3 to %4.")
+                        .arg(QLatin1String(second.name), name)
+                        .arg(second.minimum)
+                        .arg(second.maximum);
+        return false;
+    }
+    if (!readNumber(value.left(colon), description->minimum, description->maximum, values.first)) {
         errorText = QString::fromLatin1("The value of the fault \"%1\" is a number from %2 to %3.")
                         .arg(name)
                         .arg(description->minimum)
                         .arg(description->maximum);
         return false;
     }
-    m_values[description->fault] = value;
+    m_values[description->fault] = values;
     return true;
 }
 
@@ -140,7 +185,12 @@ bool Faults::isSet(Fault fault) const
 qint64 Faults::value(Fault fault, qint64 otherwise) const
 {
     const auto found = m_values.find(fault);
-    return found == m_values.end() ? otherwise : found->second;
+    return found == m_values.end() ? otherwise : found->second.first;
+}
+
+qint64 Faults::secondValue(Fault fault) const
+{
+    return m_values.at(fault).second;
 }
 
 } // namespace Velmar::Simulator

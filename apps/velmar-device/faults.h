@@ -22,6 +22,19 @@ enum class Fault {
     RefuseRestart,
     NoReturn,
     SlowLink,
+    RegisterAck,
+    RegisterSilent,
+    RegisterCut,
+    RegisterNotReady,
+    RegisterSlow,
+};
+
+/*! A second number that a fault takes, behind a colon. */
+struct SecondNumber {
+    const char *name = nullptr; //!< null: there is none
+    qint64 minimum = 0;
+    qint64 maximum = 0;
+    qint64 defaultValue = 0;
 };
 
 /*! One line of the table of faults. */
@@ -33,6 +46,7 @@ struct FaultDescription {
     qint64 maximum; //!< of N
     qint64 defaultValue; //!< N if none is given; below \a minimum: N has to be given
     const char *help;
+    SecondNumber second = {};
 };
 
 /*! The faults of one device, as chosen on the command line. Does not change while it runs. */
@@ -44,8 +58,9 @@ public:
     /*! The table of faults for the help text, one paragraph for each. */
     static QString helpText();
 
-    /*! Adds the fault \a text, "NAME" or "NAME=N"; of two with the same name the later one counts.
-        False, with \a errorText set, if there is no such fault or N is not what it takes. */
+    /*! Adds the fault \a text, "NAME", "NAME=N" or "NAME=N:M"; of two with the same name the later
+       one counts. False, with \a errorText set, if there is no such fault or a number is not what
+       it takes. */
     bool add(const QString &text, QString &errorText);
 
     bool isSet(Fault fault) const;
@@ -53,8 +68,16 @@ public:
     /*! N of \a fault; \a otherwise if the fault is not set. */
     qint64 value(Fault fault, qint64 otherwise) const;
 
+    /*! The second number of \a fault, which is set. */
+    qint64 secondValue(Fault fault) const;
+
 private:
-    std::map<Fault, qint64> m_values;
+    struct Values {
+        qint64 first = 0;
+        qint64 second = 0;
+    };
+
+    std::map<Fault, Values> m_values;
 };
 
 } // namespace Velmar::Simulator

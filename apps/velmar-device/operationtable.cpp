@@ -25,6 +25,13 @@ Reply Reply::dropped()
     return reply;
 }
 
+Reply Reply::unanswered()
+{
+    Reply reply;
+    reply.isUnanswered = true;
+    return reply;
+}
+
 void OperationTable::add(const QString &name, const OperationHandler &handler)
 {
     Q_ASSERT(!m_handlers.contains(name));

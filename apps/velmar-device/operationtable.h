@@ -22,6 +22,9 @@ public:
     /*! Holds the host to the limit again. */
     virtual void resumeSilenceLimit() = 0;
 
+    /*! Ends the connection. */
+    virtual void endConnection() = 0;
+
 protected:
     LinkSession() = default;
     Q_DISABLE_COPY_MOVE(LinkSession)
@@ -32,11 +35,14 @@ struct Reply {
     Outcome outcome;
     QCborMap values;
     bool dropsConnection = false; //!< instead of an answer
+    bool isUnanswered = false; //!< nothing at all happens
+    int delayMs = 0; //!< before the answer leaves; no other request is looked at meanwhile
     std::function<void()> afterwards; //!< called once the answer has left; may be empty
 
     static Reply accepted(const QCborMap &values = {});
     static Reply refused(const Outcome &outcome);
     static Reply dropped();
+    static Reply unanswered();
 };
 
 /*! Carries out an operation with \a arguments for \a session. */

@@ -2,6 +2,7 @@
 
 #include "devicestate.h"
 #include "linkoperations.h"
+#include "registeroperations.h"
 #include "statefolder.h"
 #include "transferoperations.h"
 #include "upgradeoperations.h"
@@ -11,6 +12,7 @@ namespace Velmar::Simulator {
 namespace {
 
 constexpr int RetryMs = 200; // while somebody else has the port
+constexpr int SettleMs = 200; // from the last byte of new firmware to the restart
 
 LinkPolicy linkPolicy(const DeviceSettings &settings)
 {
@@ -68,6 +70,11 @@ bool SimulatedDevice::start(QString &errorText)
     addUpgradeOperations(m_operations, m_fitting, *m_receiver, *m_installer, faults, [this] {
         QMetaObject::invokeMethod(this, &SimulatedDevice::restart, Qt::QueuedConnection);
     });
+    m_firmware = std::make_unique<FirmwareStore>(*m_folder, *m_state);
+    m_bank = std::make_unique<RegisterBank>(m_fitting, *m_firmware);
+    addRegisterOperations(m_operations, *m_bank, *m_installer, faults, [this] {
+        QTimer::singleShot(SettleMs, this, &SimulatedDevice::restartWithNewFirmware);
+    });
     m_server = std::make_unique<DeviceServer>(m_operations, m_trace, linkPolicy(m_settings));
     m_port = m_settings.port;
     m_probePort = m_settings.probePort;
@@ -113,6 +120,13 @@ bool SimulatedDevice::listen(QString &errorText)
     return true;
 }
 
+/*! Unless the device has restarted for another reason meanwhile. */
+void SimulatedDevice::restartWithNewFirmware()
+{
+    if (m_bank->isComplete())
+        restart();
+}
+
 void SimulatedDevice::restart()
 {
     if (m_isAway)
@@ -122,6 +136,7 @@ void SimulatedDevice::restart()
     m_probe.stop();
     m_installer->breakOff();
     m_receiver->clear();
+    m_bank->reset();
     QString errorText;
     if (!Installation::recover(*m_folder, *m_state, errorText))
         qWarning("%s", qUtf8Printable(errorText));

@@ -4,10 +4,12 @@
 #include "deviceserver.h"
 #include "faults.h"
 #include "filereceiver.h"
+#include "firmwarestore.h"
 #include "fitting.h"
 #include "installer.h"
 #include "operationtable.h"
 #include "probeanswerer.h"
+#include "registerbank.h"
 #include "trace.h"
 
 #include <QHostAddress>
@@ -71,6 +73,7 @@ private:
     bool applySettings(QString &errorText);
     bool listen(QString &errorText);
     void restart();
+    void restartWithNewFirmware();
     void comeBack();
     QCborMap probeAnswer() const;
 
@@ -82,6 +85,8 @@ private:
     std::unique_ptr<DeviceState> m_state;
     std::unique_ptr<FileReceiver> m_receiver;
     std::unique_ptr<Installer> m_installer;
+    std::unique_ptr<FirmwareStore> m_firmware;
+    std::unique_ptr<RegisterBank> m_bank;
     OperationTable m_operations;
     std::unique_ptr<DeviceServer> m_server;
     ProbeAnswerer m_probe;

@@ -44,7 +44,8 @@ std::unique_ptr<StateFolder> StateFolder::open(const QString &path, QString &err
         return nullptr;
     }
     std::unique_ptr<StateFolder> folder(new StateFolder(absolute, lock));
-    for (const QString &part : { folder->files(), folder->images(), folder->incoming() }) {
+    for (const QString &part :
+         { folder->files(), folder->firmware(), folder->images(), folder->incoming() }) {
         if (!QDir().mkpath(part)) {
             errorText = QString::fromLatin1("The folder \"%1\" cannot be made.").arg(part);
             return nullptr;
@@ -72,6 +73,11 @@ QString StateFolder::stateFile() const
 QString StateFolder::files() const
 {
     return m_path + QLatin1String("/files");
+}
+
+QString StateFolder::firmware() const
+{
+    return m_path + QLatin1String("/firmware");
 }
 
 QString StateFolder::images() const

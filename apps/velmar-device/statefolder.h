@@ -23,6 +23,7 @@ public:
     const QString &path() const { return m_path; } //!< absolute
     QString stateFile() const;
     QString files() const; //!< the installed files, by destination path
+    QString firmware() const; //!< of MCUs, as it came register by register
     QString images() const; //!< images that were received whole
     QString incoming() const; //!< files on their way; worth nothing after a stop
     QString staging() const; //!< files of the running installation

@@ -25,6 +25,13 @@ QJsonObject bytesToJson(const QByteArray &bytes)
     return object;
 }
 
+/*! The way to the device that \a operation is a step of. */
+QString roadOf(const QString &operation)
+{
+    return operation == QLatin1String("register.write") ? QStringLiteral("registers")
+                                                        : QStringLiteral("native");
+}
+
 /*! As QCborValue::toJsonValue(), but for bytes. The depth is that of a message, which is bounded.
  */
 QJsonValue toJson(const QCborValue &value) // NOLINT(misc-no-recursion)
@@ -65,7 +72,7 @@ void Trace::request(const QString &peer, const SSProxy::RequestMessage &request)
 {
     if (!m_file.isOpen())
         return;
-    write(QStringLiteral("native"), QStringLiteral("in"), peer,
+    write(roadOf(request.operation), QStringLiteral("in"), peer,
           { { "op", request.operation },
             { "label", qint64(request.label) },
             { "args", toJson(request.arguments) } });
@@ -82,7 +89,7 @@ void Trace::answer(const QString &peer, const QString &operation,
                          { "values", toJson(answer.values) } };
     if (answer.ack != 0)
         fields.insert(QLatin1String("error"), answer.errorText);
-    write(QStringLiteral("native"), QStringLiteral("out"), peer, fields);
+    write(roadOf(operation), QStringLiteral("out"), peer, fields);
 }
 
 void Trace::probe(const QString &peer, const QString &direction, const QCborMap &message)

@@ -199,6 +199,26 @@ private Q_SLOTS:
         QCOMPARE(faults.value(Fault::NoReturn, -7), qint64(-7));
     }
 
+    void secondValues_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<qint64>("first");
+        QTest::addColumn<qint64>("second");
+
+        QTest::newRow("neither told") << "register-ack" << qint64(1) << qint64(1);
+        QTest::newRow("first told") << "register-ack=9" << qint64(9) << qint64(1);
+        QTest::newRow("both told") << "register-ack=9:65535" << qint64(9) << qint64(65535);
+    }
+    void secondValues()
+    {
+        QFETCH(QString, text);
+        Faults faults;
+        QString errorText;
+        QVERIFY2(faults.add(text, errorText), qPrintable(errorText));
+        QTEST(faults.value(Fault::RegisterAck, -7), "first");
+        QTEST(faults.secondValue(Fault::RegisterAck), "second");
+    }
+
     void laterFaultCounts()
     {
         Faults faults;
@@ -225,6 +245,21 @@ private Q_SLOTS:
         QTest::newRow("read number nought")
             << "drop-progress=0"
             << "The value of the fault \"drop-progress\" is a number from 1 to 2147483647.";
+        QTest::newRow("second value that has no meaning")
+            << "register-cut=1:2"
+            << "The value of the fault \"register-cut\" is a number from 1 to 2147483647.";
+        QTest::newRow("first value left out")
+            << "register-ack=:2"
+            << "The value of the fault \"register-ack\" is a number from 1 to 2147483647.";
+        QTest::newRow("second value left out")
+            << "register-ack=1:"
+            << "The ACK of the fault \"register-ack\" is a number from 1 to 65535.";
+        QTest::newRow("second value out of range")
+            << "register-ack=1:65536"
+            << "The ACK of the fault \"register-ack\" is a number from 1 to 65535.";
+        QTest::newRow("second value nought")
+            << "register-ack=1:0"
+            << "The ACK of the fault \"register-ack\" is a number from 1 to 65535.";
         QTest::newRow("step beyond the last")
             << "power-cut=9"
             << "The value of the fault \"power-cut\" is a number from 1 to 8.";

@@ -118,7 +118,8 @@ private Q_SLOTS:
             << QByteArray("velmar-device: There is no fault \"explode\"; the faults are "
                           "refuse-announce, cut-transfer, refuse-configure, drop-progress, "
                           "refuse-progress, install-fails, never-ends, power-cut, refuse-restart, "
-                          "no-return, slow-link.\n");
+                          "no-return, slow-link, register-ack, register-silent, register-cut, "
+                          "register-not-ready, register-slow.\n");
         QTest::newRow("unknown model")
             << QStringList { "--model", "Nimbus" }
             << QByteArray("velmar-device: There is no device model \"Nimbus\"; the catalogue has "
