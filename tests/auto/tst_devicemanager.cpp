@@ -9,6 +9,8 @@
 #include <QUdpSocket>
 #include <QtTest>
 
+#include <atomic>
+#include <memory>
 #include <thread>
 
 using namespace Velmar::SSProxy;
@@ -39,15 +41,18 @@ public:
     {
         if (!m_socket.bind(address, port, QUdpSocket::ShareAddress))
             qFatal("No port to listen on");
-        connect(&m_socket, &QUdpSocket::readyRead, this, [this] {
-            while (m_socket.hasPendingDatagrams()) {
-                probes.append(m_socket.receiveDatagram());
-                const QNetworkDatagram &probe = probes.last();
-                for (const QByteArray &answer : qAsConst(answers))
-                    m_socket.writeDatagram(answer, probe.senderAddress(),
-                                           quint16(probe.senderPort()));
-            }
-        });
+        connect(&m_socket, &QUdpSocket::readyRead, this, &Beacon::takeProbes);
+    }
+
+    // Takes all that have arrived by now.
+    void takeProbes()
+    {
+        while (m_socket.hasPendingDatagrams()) {
+            probes.append(m_socket.receiveDatagram());
+            const QNetworkDatagram &probe = probes.last();
+            for (const QByteArray &answer : qAsConst(answers))
+                m_socket.writeDatagram(answer, probe.senderAddress(), quint16(probe.senderPort()));
+        }
     }
 
     quint16 port() const { return m_socket.localPort(); }
@@ -156,8 +161,10 @@ void tst_DeviceManager::stops()
     // What comes from the probe that starts behind the stop shows that the first one has ended.
     m_manager->startDeviceProbe("127.0.0.1", second.port(), 0, 1);
     QVERIFY(waitUntil([&] { return !second.probes.isEmpty(); }));
+    first.takeProbes();
     const int probes = first.probes.size();
     QVERIFY(waitUntil([&] { return second.probes.size() >= 10; }));
+    first.takeProbes();
     QCOMPARE(first.probes.size(), probes);
 }
 
@@ -168,8 +175,10 @@ void tst_DeviceManager::startsAnew()
     m_manager->startDeviceProbe("127.0.0.1", first.port(), 0, 1);
     m_manager->startDeviceProbe("127.0.0.1", second.port(), 0, 1);
     QVERIFY(waitUntil([&] { return !second.probes.isEmpty(); }));
+    first.takeProbes();
     const int probes = first.probes.size();
     QVERIFY(waitUntil([&] { return second.probes.size() >= 10; }));
+    first.takeProbes();
     QCOMPARE(first.probes.size(), probes);
 }
 
@@ -188,11 +197,8 @@ void tst_DeviceManager::emptyAndZerosAreTheDefaults()
 
 void tst_DeviceManager::asksFromTheLocalPort()
 {
-    quint16 localPort = 0;
-    {
-        const Beacon free;
-        localPort = free.port();
-    }
+    // Below the ports that the system gives out, so that nobody else gets it meanwhile.
+    const auto localPort = quint16(20000 + QCoreApplication::applicationPid() % 10000);
     Beacon device;
     m_manager->startDeviceProbe("127.0.0.1", device.port(), localPort, 60000);
     QVERIFY(waitUntil([&] { return !device.probes.isEmpty(); }));
@@ -309,18 +315,27 @@ void tst_DeviceManager::threadsWithoutEventLoop()
 void tst_DeviceManager::stopsFromASlotOnTheProbesThread()
 {
     Beacon device;
-    device.answers = { bytesOf(answerMap()), bytesOf(answerMap()) };
-    std::atomic<bool> wasOnOwnThread { false };
-    connect(
-        m_manager, &DeviceManager::signalDeviceFound, m_receiver.get(),
-        [&](const DiscoveredDevice &) {
-            wasOnOwnThread = QThread::currentThread() != thread();
-            m_manager->stopDeviceUDPProbe();
+    device.answers = { bytesOf(answerMap()) };
+    // What the slot touches outlives this function: the slot runs on a thread that is not waited
+    // for.
+    struct Visit {
+        std::atomic<QThread *> thread { nullptr };
+        std::atomic<bool> isOver { false };
+    };
+    const auto visit = std::make_shared<Visit>();
+    const QMetaObject::Connection connection = connect(
+        m_manager, &DeviceManager::signalDeviceFound, m_manager,
+        [visit, manager = m_manager](const DiscoveredDevice &) {
+            visit->thread = QThread::currentThread();
+            manager->stopDeviceUDPProbe();
+            visit->isOver = true;
         },
         Qt::DirectConnection);
     m_manager->startDeviceProbe("127.0.0.1", device.port(), 0, 60000);
-    QVERIFY(waitUntil([&] { return !m_found.isEmpty(); }));
-    QVERIFY(waitUntil([&] { return wasOnOwnThread.load(); }));
+    const bool isOver = waitUntil([&] { return visit->isOver.load(); });
+    disconnect(connection);
+    QVERIFY(isOver);
+    QVERIFY(visit->thread.load() != QThread::currentThread());
 }
 
 // The process ends with the probe on, which must neither hang nor crash nor leak.

@@ -24,6 +24,7 @@ FakeDevice::FakeDevice(const s_DeviceConfig &config, const std::vector<Subcard> 
     : m_link(std::make_shared<ScriptedLink>())
 {
     std::vector<std::shared_ptr<Subcard>> fitted;
+    fitted.reserve(subcards.size());
     for (const Subcard &subcard : subcards)
         fitted.push_back(std::make_shared<Subcard>(subcard));
     m_device = std::make_shared<Device>(config, std::move(fitted), m_link);

@@ -7,8 +7,6 @@
 #include <QCborValue>
 #include <QCryptographicHash>
 
-#include <utility>
-
 namespace Velmar::ModelControl::Internal {
 
 namespace {
@@ -142,7 +140,7 @@ bool FileSender::checkUnchangedSize()
 bool FileSender::order(const QString &operation, QCborMap arguments, int timeout, QCborMap &values)
 {
     arguments.insert(QLatin1String("fileId"), m_fileId);
-    const BizModel::LinkRequest request { operation, std::move(arguments), timeout };
+    const BizModel::LinkRequest request { operation, arguments, timeout };
     const BizModel::LinkAnswer answer = Internal::order(m_link, request, m_policy);
     if (!answer.isAccepted())
         return fail(failureText(request, answer));
