@@ -145,6 +145,7 @@ private Q_SLOTS:
         row("root of a longer name", "<VelmarPaths/>", noDevice);
         row("no SrcPath", "<Velmar><F><DestPath>/a</DestPath></F></Velmar>", noSource);
         row("neither", "<Velmar><F/></Velmar>", noSource);
+        row("prefix of no namespace", "<Velmar><v:F/></Velmar>", noSource);
         row("no DestPath in the third entry",
             "<Velmar><F><SrcPath>a</SrcPath><DestPath>/a</DestPath></F>"
             "<F><SrcPath>b</SrcPath><DestPath>/b</DestPath></F><F><SrcPath>c</SrcPath></F>"
@@ -202,7 +203,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("xml");
         QTest::newRow("empty file") << QByteArray("");
         QTest::newRow("cut off") << QByteArray("<Velmar><F>");
-        QTest::newRow("prefix of no namespace") << QByteArray("<Velmar><v:F/></Velmar>");
+        QTest::newRow("cut off behind many entries")
+            << QByteArray("<Velmar>" + QByteArray("<F/>").repeated(300));
     }
     void parserMessage()
     {

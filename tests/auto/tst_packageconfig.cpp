@@ -97,7 +97,10 @@ private Q_SLOTS:
             << QByteArray("<!DOCTYPE p [<!ENTITY a '0123456789012345678901234567890123456789'>"
                           "<!ENTITY b '&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;'>"
                           "<!ENTITY c '&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;&b;'>"
-                          "]><p><string>&c;</string></p>")
+                          "<!ENTITY d '&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;&c;'>"
+                          "<!ENTITY e '&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;&d;'>"
+                          "<!ENTITY f '&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;&e;'>"
+                          "]><p><string>&f;</string></p>")
             << QStringLiteral("Failed to parse PackageCfg file");
     }
     void failures()
