@@ -3,6 +3,8 @@
 
 #include "compatibilityupgrade_dat.h"
 #include "packageconfig.h"
+#include "upgradeclientproxy.h"
+#include "upgradefileofhttp.h"
 #include "upgradefileparsed.h"
 #include "upgradeprocess.h"
 
@@ -29,6 +31,14 @@ namespace {
 [[gnu::noinline]] void dropUpgradeFileParsed()
 {
     const Firmware::UpgradeFileParsed parser(QString(), false, false, 0, 0);
+}
+
+// The HTTP client knows the private object by its connections: nothing is leaked before it has
+// gone.
+[[gnu::noinline]] void dropUpgradeFileOfHttp()
+{
+    const Firmware::UpgradeFileOfHTTP upgrade;
+    UpgradeClientProxy::destoryInstance();
 }
 
 // A file with its six commands, as the MCU of a controller has them.
@@ -84,6 +94,7 @@ int main(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     dropUpgradeProcess();
     dropUpgradeFileParsed();
+    dropUpgradeFileOfHttp();
     const bool isDone = runRegisterRoadTwice();
     overwriteStack();
     return isDone ? 0 : 1;
