@@ -101,9 +101,12 @@ void readUnit(ListedUnit &unit)
                            .arg(unit.path);
         return;
     }
+    int fileDepth = 0; // of the file's element that is being read; 0: none is
     readXml(
         unit.path + QLatin1Char('/') + description,
-        [&unit](const QXmlStreamReader &xml, int depth) {
+        [&unit, &fileDepth](const QXmlStreamReader &xml, int depth) {
+            if (xml.isEndElement() && depth == fileDepth)
+                fileDepth = 0;
             if (!xml.isStartElement())
                 return;
             const auto attributes = xml.attributes();
@@ -120,6 +123,10 @@ void readUnit(ListedUnit &unit)
                 const QFileInfo onDisk(file.filePath);
                 file.size = onDisk.exists() ? onDisk.size() : -1;
                 unit.files.append(file);
+                fileDepth = depth;
+            } else if (fileDepth > 0 && xml.qualifiedName() == QLatin1String("CommandConfig")) {
+                unit.files.last().commands.append(
+                    attributes.value(QLatin1String("CmdName")).toString());
             }
         },
         unit.problem);

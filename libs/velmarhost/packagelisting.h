@@ -2,6 +2,7 @@
 #define VELMARHOST_PACKAGELISTING_H
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 namespace Velmar::Host {
@@ -13,6 +14,7 @@ struct ListedFile {
     QString filePath; //!< on disk, in the form that the upgrade library gives it
     int boardId = 0; //!< 0: any board of the model; otherwise the one board that it is for
     qint64 size = -1; //!< bytes; -1: there is no such file
+    QStringList commands; //!< names of the commands that send it register by register
 };
 
 /*! One unit of a package as its description has it. */

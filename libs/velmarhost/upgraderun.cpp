@@ -18,9 +18,6 @@ using ProtoModel::Auxiliary::s_SectionPercent;
 using ProtoModel::Auxiliary::s_UpgradeCardParts;
 using ProtoModel::Auxiliary::s_UpgradePercent;
 
-// Between its last signal and its end a worker has nothing left to do.
-constexpr std::chrono::seconds WorkerEndLimit { 5 };
-
 template<typename Record, typename Equal>
 bool areEqual(const std::vector<Record> &left, const std::vector<Record> &right, Equal equal)
 {
@@ -51,12 +48,13 @@ UpgradeRun::UpgradeRun(UpgradeOrder order)
     : m_process(std::make_unique<Firmware::UpgradeProcess>(
         std::move(order.device), std::move(order.parts), std::move(order.units),
         std::move(order.dataFilePaths), order.packagePath))
-    , m_worker(std::make_shared<WorkerWatch>())
 {
     m_progressTimer.setInterval(std::chrono::milliseconds(200));
     connect(&m_progressTimer, &QTimer::timeout, this, &UpgradeRun::reportProgress);
-    m_timeLimit.setSingleShot(true);
-    connect(&m_timeLimit, &QTimer::timeout, this, &UpgradeRun::slotTimeLimit);
+    connect(this, &DeviceRun::signalStageChanged, this, [this](Stage stage) {
+        if (stage == Stage::Ended)
+            m_progressTimer.stop();
+    });
 
     using Process = Firmware::UpgradeProcess;
     connect(m_process.get(), &Process::signalUpgradeFinished,
@@ -69,8 +67,7 @@ UpgradeRun::UpgradeRun(UpgradeOrder order)
 
 UpgradeRun::~UpgradeRun()
 {
-    const bool isRunning = m_stage != Stage::Idle && m_stage != Stage::Ended;
-    if (isRunning || m_isWorkerLeftBehind)
+    if (isWorkerAlive())
         keepForWorker(std::move(m_process));
 }
 
@@ -81,37 +78,17 @@ void UpgradeRun::setProgressInterval(std::chrono::milliseconds interval)
 
 void UpgradeRun::start(Firmware::Enum::UpgradeProcessType type, std::chrono::milliseconds timeLimit)
 {
-    Q_ASSERT(m_stage == Stage::Idle);
-    enter(Stage::Preparing);
+    begin(timeLimit);
     connect(
         BizModel::DeviceList::instance(), &BizModel::DeviceList::signalShowStatusBarMsg, this,
         [this](BizModel::Enum::StatusBarMsgType, const QString &text) { slotStatusBar(text); },
         Qt::QueuedConnection);
-    m_timeLimit.start(timeLimit);
     m_process->start(type);
-}
-
-UpgradeRun::Stage UpgradeRun::stage() const
-{
-    return m_stage;
-}
-
-bool UpgradeRun::isWorkerLeftBehind() const
-{
-    return m_isWorkerLeftBehind;
-}
-
-void UpgradeRun::enter(Stage stage)
-{
-    if (stage == m_stage)
-        return;
-    m_stage = stage;
-    Q_EMIT signalStageChanged(stage);
 }
 
 void UpgradeRun::slotStatusBar(const QString &text)
 {
-    if (m_stage == Stage::Ended || text.isEmpty()) // an empty text clears a status bar
+    if (stage() == Stage::Ended || text.isEmpty()) // an empty text clears a status bar
         return;
     if (const auto percent = sendingPercent(text)) {
         enter(Stage::Sending);
@@ -123,7 +100,7 @@ void UpgradeRun::slotStatusBar(const QString &text)
 
 void UpgradeRun::slotInstallingStarted()
 {
-    if (m_stage == Stage::Ended)
+    if (stage() == Stage::Ended)
         return;
     enter(Stage::Installing);
     m_progressTimer.start();
@@ -131,23 +108,9 @@ void UpgradeRun::slotInstallingStarted()
 
 void UpgradeRun::slotFinished(bool result, const QString &text)
 {
-    if (m_stage == Stage::Ended)
-        return; // the time limit has passed before
-    if (m_stage == Stage::Installing)
+    if (stage() == Stage::Installing)
         reportProgress();
-    enter(Stage::Ended);
-    m_progressTimer.stop();
-    m_timeLimit.stop();
-    m_isWorkerLeftBehind = !m_worker->waitForEnd(WorkerEndLimit);
-    Q_EMIT signalEnded(result ? Outcome::Succeeded : Outcome::Failed, text);
-}
-
-void UpgradeRun::slotTimeLimit()
-{
-    enter(Stage::Ended);
-    m_progressTimer.stop();
-    m_isWorkerLeftBehind = true;
-    Q_EMIT signalEnded(Outcome::TimedOut, QString());
+    finish(result, text);
 }
 
 void UpgradeRun::reportProgress()

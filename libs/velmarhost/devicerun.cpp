@@ -1,0 +1,71 @@
+#include "devicerun.h"
+
+#include "workerwatch.h"
+
+namespace Velmar::Host {
+
+namespace {
+
+// Between its last signal and its end a worker has nothing left to do.
+constexpr std::chrono::seconds WorkerEndLimit { 5 };
+
+} // namespace
+
+DeviceRun::DeviceRun()
+    : m_worker(std::make_shared<WorkerWatch>())
+{
+    m_timeLimit.setSingleShot(true);
+    connect(&m_timeLimit, &QTimer::timeout, this, &DeviceRun::slotTimeLimit);
+}
+
+DeviceRun::~DeviceRun() = default;
+
+DeviceRun::Stage DeviceRun::stage() const
+{
+    return m_stage;
+}
+
+bool DeviceRun::isWorkerLeftBehind() const
+{
+    return m_isWorkerLeftBehind;
+}
+
+void DeviceRun::begin(std::chrono::milliseconds timeLimit)
+{
+    Q_ASSERT(m_stage == Stage::Idle);
+    enter(Stage::Preparing);
+    m_timeLimit.start(timeLimit);
+}
+
+void DeviceRun::enter(Stage stage)
+{
+    if (stage == m_stage)
+        return;
+    m_stage = stage;
+    Q_EMIT signalStageChanged(stage);
+}
+
+void DeviceRun::finish(bool result, const QString &text)
+{
+    if (m_stage == Stage::Ended)
+        return;
+    enter(Stage::Ended);
+    m_timeLimit.stop();
+    m_isWorkerLeftBehind = !m_worker->waitForEnd(WorkerEndLimit);
+    Q_EMIT signalEnded(result ? Outcome::Succeeded : Outcome::Failed, text);
+}
+
+bool DeviceRun::isWorkerAlive() const
+{
+    const bool isRunning = m_stage != Stage::Idle && m_stage != Stage::Ended;
+    return isRunning || m_isWorkerLeftBehind;
+}
+
+void DeviceRun::slotTimeLimit()
+{
+    enter(Stage::Ended);
+    m_isWorkerLeftBehind = true;
+    Q_EMIT signalEnded(Outcome::TimedOut, QString());
+}
+
+} // namespace Velmar::Host

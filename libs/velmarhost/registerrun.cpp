@@ -1,0 +1,63 @@
+#include "registerrun.h"
+
+#include "workerwatch.h"
+
+#include "compatibilityupgrade_dat.h"
+
+#include <velmarssproxy/devicechannel.h>
+
+#include <utility>
+
+namespace Velmar::Host {
+
+RegisterRun::RegisterRun(const std::shared_ptr<BizModel::DeviceLink> &link,
+                         std::vector<ProtoModel::Auxiliary::s_CardInfoParts> parts)
+    : m_channel(std::make_shared<SSProxy::DeviceChannel>(link))
+    , m_parts(std::move(parts))
+    , m_upgrade(std::make_unique<Firmware::CompatibilityUpgradeDat>())
+{
+    using Upgrade = Firmware::CompatibilityUpgradeDat;
+    connect(m_upgrade.get(), &Upgrade::signalUpdateProcessChanged, this,
+            [this](int, double fraction) { slotProgress(fraction); });
+    connect(m_upgrade.get(), &Upgrade::signalUpdateFinished, this, &RegisterRun::slotFinished);
+}
+
+RegisterRun::~RegisterRun()
+{
+    if (isWorkerAlive())
+        keepForWorker(std::move(m_upgrade));
+}
+
+void RegisterRun::start(std::chrono::milliseconds timeLimit)
+{
+    begin(timeLimit);
+    if (!m_upgrade->update(m_parts, m_channel))
+        QMetaObject::invokeMethod(
+            this, [this] { slotFinished(false, QString()); }, Qt::QueuedConnection);
+}
+
+void RegisterRun::slotProgress(double fraction)
+{
+    if (stage() == Stage::Ended)
+        return;
+    enter(Stage::Sending);
+    const int percent = int(fraction * 100);
+    if (percent == m_percent)
+        return;
+    m_percent = percent;
+    Q_EMIT signalSending(percent,
+                         QStringLiteral("Writing firmware, current progress is %1%").arg(percent));
+}
+
+void RegisterRun::slotFinished(bool result, const QString &errorText)
+{
+    // The library words no success, and of the faults of a device it has only the log speak.
+    if (result)
+        finish(true, QStringLiteral("The firmware is written, and the device restarts with it"));
+    else if (errorText.isEmpty())
+        finish(false, QStringLiteral("The firmware could not be written"));
+    else
+        finish(false, errorText);
+}
+
+} // namespace Velmar::Host
