@@ -43,6 +43,11 @@ void printCause(const QStringList &lines)
         write(stderr, QStringLiteral("  cause: %1\n").arg(printable(line.trimmed())));
 }
 
+void printAdvice(const QString &advice)
+{
+    write(stderr, QStringLiteral("  advice: %1\n").arg(advice));
+}
+
 void printLogLine(const QString &line)
 {
     write(stderr, QStringLiteral("log: %1\n").arg(printable(line)));

@@ -20,6 +20,9 @@ Velmar::Host::HostExitCode complain(Velmar::Host::HostExitCode code, const QStri
 /*! Writes the log \a lines to standard error as the cause of a failure. */
 void printCause(const QStringList &lines);
 
+/*! Writes to standard error what to do about a failure. */
+void printAdvice(const QString &advice);
+
 /*! Writes a line of the log to standard error. Any thread. */
 void printLogLine(const QString &line);
 

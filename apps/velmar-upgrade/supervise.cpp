@@ -48,6 +48,15 @@ QString leavingText(UpgradeRun::Stage stage, const QString &address)
     return QStringLiteral("The device goes on by itself. See it with: %1").arg(watch);
 }
 
+/*! What to do about a run that failed at \a stage. */
+QString advice(UpgradeRun::Stage stage)
+{
+    return stage <= UpgradeRun::Stage::Preparing
+        ? QStringLiteral(
+            "the device has installed nothing; upgrade again once the cause is removed")
+        : QStringLiteral("upgrade again when the device is back");
+}
+
 } // namespace
 
 HostExitCode supervise(UpgradeRun &run, Firmware::Enum::UpgradeProcessType type,
@@ -89,6 +98,7 @@ HostExitCode supervise(UpgradeRun &run, Firmware::Enum::UpgradeProcessType type,
                          case UpgradeRun::Outcome::Failed:
                              code = complain(HostExitCode::Failed, printable(text));
                              printCause(log.lastLines());
+                             printAdvice(advice(stage));
                              break;
                          case UpgradeRun::Outcome::TimedOut:
                              code = complain(HostExitCode::OutcomeUnknown,

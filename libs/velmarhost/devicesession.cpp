@@ -125,8 +125,9 @@ std::unique_ptr<DeviceSession> DeviceSession::open(std::shared_ptr<BizModel::Dev
     const auto *config =
         BizModel::DeviceConfigManager::instance()->findDeviceConfigByID(greeting->modelId);
     if (!config) {
-        errorText = QStringLiteral("The device at %1 is of model %2, which the catalogue does not "
-                                   "know. Give a catalogue that describes it (--catalogue)")
+        errorText = QStringLiteral(
+                        "The device at %1 is of model %2, which the catalogue does not know. Use a "
+                        "catalogue that describes it")
                         .arg(name, modelNumber(greeting->modelId));
         return nullptr;
     }

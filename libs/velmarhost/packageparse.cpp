@@ -97,7 +97,8 @@ void PackageParse::slotTimeLimit()
 {
     m_isRunning = false;
     m_isWorkerLeftBehind = true;
-    Q_EMIT signalEnded(false, tr("Reading the package took longer than the time limit."));
+    Q_EMIT signalEnded(false,
+                       QStringLiteral("Reading the package took longer than the time limit."));
 }
 
 } // namespace Velmar::Host

@@ -112,8 +112,8 @@ private Q_SLOTS:
             << changed("cards", QCborArray { card(256, 0x7801, 1) }) << shape;
         QTest::newRow("unknown model") << changed("modelId", 0x0abc)
                                        << "The device at wall:9720 is of model 0x0abc, which the "
-                                          "catalogue does not know. Give "
-                                          "a catalogue that describes it (--catalogue)";
+                                          "catalogue does not know. Use a "
+                                          "catalogue that describes it";
     }
     void refusedGreeting()
     {
@@ -169,7 +169,7 @@ private Q_SLOTS:
         QString errorText;
         QVERIFY(
             !DeviceSession::open(DeviceAddress { QStringLiteral("127.0.0.1"), server.serverPort() },
-                                 errorText, std::chrono::milliseconds(50)));
+                                 errorText, std::chrono::milliseconds(300)));
         QVERIFY2(errorText.startsWith(QStringLiteral("What listens at 127.0.0.1:%1 does not answer "
                                                      "as a device: ")
                                           .arg(server.serverPort())),

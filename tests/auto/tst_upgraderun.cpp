@@ -211,7 +211,8 @@ private Q_SLOTS:
         const Listener listener(run);
         run.start(UpgradeProcessType::ReadProgressOnly, std::chrono::milliseconds(50));
         QTRY_COMPARE(listener.outcomes, QStringList("TimedOut"));
-        QCOMPARE(listener.heard, QStringList({ "Preparing", "Installing", "Ended", QString() }));
+        QCOMPARE(listener.heard.mid(listener.heard.size() - 2),
+                 QStringList({ "Ended", QString() }));
         QVERIFY(run.isWorkerLeftBehind());
         QCOMPARE(run.stage(), UpgradeRun::Stage::Ended);
 
@@ -239,16 +240,20 @@ private Q_SLOTS:
     void unchangedProgressIsReportedOnce()
     {
         // The library looks again after 2 s only; until then there is nothing new to report.
+        const QString told = "result 1, rate 40";
         m_device->link().answer(QStringLiteral("upgrade.progress"),
                                 ScriptedLink::accepted(progress(1, 40)));
         UpgradeRun run({ m_device->handle(), {}, {}, {}, {} });
         run.setProgressInterval(std::chrono::milliseconds(1));
         const Listener listener(run);
-        run.start(UpgradeProcessType::ReadProgressOnly, std::chrono::milliseconds(200));
-        QTRY_COMPARE(listener.outcomes, QStringList("TimedOut"));
-        QCOMPARE(
-            listener.heard,
-            QStringList({ "Preparing", "Installing", "result 1, rate 40", "Ended", QString() }));
+        run.start(UpgradeProcessType::ReadProgressOnly, Ample);
+        QTRY_VERIFY(listener.heard.contains(told));
+        int ticks = 0;
+        QTimer timer;
+        connect(&timer, &QTimer::timeout, &timer, [&ticks] { ++ticks; });
+        timer.start(1);
+        QTRY_VERIFY(ticks > 20);
+        QCOMPARE(listener.heard.count(told), 1);
     }
 };
 

@@ -4,9 +4,12 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTcpServer>
 #include <QUdpSocket>
 #include <QtTest>
+
+#include <algorithm>
 
 namespace {
 
@@ -86,6 +89,28 @@ private Q_SLOTS:
             QVERIFY2(run.out.contains(text), qPrintable(text));
         QCOMPARE(run.err, QString());
         QCOMPARE(run.exitCode, 0);
+    }
+
+    void manualKnowsEveryOption()
+    {
+        QFile manual(QStringLiteral(VELMAR_DOCS "/velmar-upgrade.md"));
+        QVERIFY(manual.open(QIODevice::ReadOnly));
+        const auto sections = QString::fromUtf8(manual.readAll()).split("\n## ");
+        for (const QString verb : { "inspect", "run", "watch", "devices" }) {
+            const auto found =
+                std::find_if(sections.cbegin(), sections.cend(), [&verb](const QString &section) {
+                    return section.startsWith(verb + '\n');
+                });
+            QVERIFY2(found != sections.cend(), qPrintable(verb));
+            const auto help = upgrade({ verb, "--help" }).out;
+            auto options = QRegularExpression("--([a-z-]+)").globalMatch(help);
+            QVERIFY(options.hasNext());
+            while (options.hasNext()) {
+                const auto option = options.next().captured(1);
+                const bool isCommon = option == "help" || option == "verbose";
+                QVERIFY2(isCommon || found->contains("`--" + option), qPrintable(verb + option));
+            }
+        }
     }
 
     void errors_data()

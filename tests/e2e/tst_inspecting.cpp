@@ -16,7 +16,7 @@ private Q_SLOTS:
         DeviceProgram device({ "--serial", "S8-0042", "--name", "left\u202ewall" });
         QVERIFY(device.waitForReady());
         const QStringList verb { "devices", "--probe-address", device.probeAddress(), "--wait",
-                                 "500" };
+                                 "1000" };
         const auto text = UpgradeProgram::run(verb);
         QCOMPARE(text.out,
                  device.address().leftJustified(21)
@@ -133,8 +133,7 @@ private Q_SLOTS:
         const auto without = UpgradeProgram::run({ "watch", "--device", device.address() });
         QCOMPARE(without.err,
                  QStringLiteral("velmar-upgrade: The device at %1 is of model 0x7791, which the "
-                                "catalogue does not know. Give a catalogue that describes it "
-                                "(--catalogue)\n")
+                                "catalogue does not know. Use a catalogue that describes it\n")
                      .arg(device.address()));
         QCOMPARE(without.exitCode, 4);
         const auto with = UpgradeProgram::run(

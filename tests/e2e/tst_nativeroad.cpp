@@ -42,137 +42,74 @@ const Names SdiCardBoard2 {
 const Names Everything =
     DataFiles + MainMcu + RestOfMain + Edid + RestOfHdmiCard + SdiCardBoard1 + SdiCardBoard2;
 
-const QString Restarting = "Upgrade successful,device is restarting.";
+/*! How velmar-upgrade ends. */
+struct End {
+    int exitCode;
+    QString out; //!< last line of the output; of a success alone
+    QString err; //!< first line of the errors
+    QString advice; //!< last line of the errors
+};
+
+const QString NotInstalledAdvice =
+    "  advice: the device has installed nothing; upgrade again once the cause is removed";
+const QString AgainAdvice = "  advice: upgrade again when the device is back";
+
+const End Upgraded { 0, "Upgrade successful,device is restarting.", "", "" };
+const End NotRestarted { 0, "Upgrade successful,please restart the device manually.", "", "" };
+const End NotAnnounced { 1, "",
+                         "velmar-upgrade: Failed to import upgrade file,device is restarting.",
+                         NotInstalledAdvice };
+const End NotSent { 1, "", "velmar-upgrade: Failed to import upgrade file,device is restarting.",
+                    AgainAdvice };
+const End NotConfigured { 1, "",
+                          "velmar-upgrade: Failed to set upgrade config,device is restarting.",
+                          AgainAdvice };
+const End NotInstalled { 1, "",
+                         "velmar-upgrade: Failed to get upgrade progress,device is restarting.",
+                         AgainAdvice };
 
 /*! An upgrade of a simulated device, and how it has to end. */
 struct Scenario {
     const char *name;
     QStringList deviceArguments;
     QStringList arguments;
-    int exitCode;
-    QString out; //!< last line of the output
-    QString err; //!< first line of the errors
+    const End &end;
     Names installed;
     int readyCount; //!< how many times hosts could connect to the device
 };
 
+Scenario withFault(const char *name, const QString &fault, const End &end, const Names &installed,
+                   int readyCount)
+{
+    return { name, { "--fault", fault }, {}, end, installed, readyCount };
+}
+
 const std::vector<Scenario> Scenarios {
-    { "everything", {}, {}, 0, Restarting, "", Everything, 2 },
-    { "one section with its data files, by card",
+    { "everything", {}, {}, Upgraded, Everything, 2 },
+    { "section by name, on a card by slot, with its data files",
       {},
       { "--section", "MCU", "--card", "main" },
-      0,
-      Restarting,
-      "",
+      Upgraded,
       MainMcu + DataFiles,
       2 },
-    { "one section, by name", {}, { "--section", "EDID" }, 0, Restarting, "", Edid, 2 },
-    { "one card", {}, { "--card", "3" }, 0, Restarting, "", SdiCardBoard2, 2 },
-    { "device without cards",
-      { "--no-cards" },
-      {},
-      0,
-      Restarting,
-      "",
-      MainMcu + DataFiles + RestOfMain,
-      2 },
-    { "announcement refused",
-      { "--fault", "refuse-announce" },
-      {},
-      1,
-      "  card 3: FPGA, SDI",
-      "velmar-upgrade: Failed to import upgrade file,device is restarting.",
-      {},
-      2 },
-    { "connection cut before the first byte",
-      { "--fault", "cut-transfer=0" },
-      {},
-      1,
-      "",
-      "velmar-upgrade: Failed to import upgrade file,device is restarting.",
-      {},
-      2 },
-    { "connection cut at half",
-      { "--fault", "cut-transfer=50" },
-      {},
-      1,
-      "",
-      "velmar-upgrade: Failed to import upgrade file,device is restarting.",
-      {},
-      2 },
-    { "connection cut behind the last byte",
-      { "--fault", "cut-transfer=100" },
-      {},
-      1,
-      "",
-      "velmar-upgrade: Failed to import upgrade file,device is restarting.",
-      {},
-      2 },
-    { "configuration refused",
-      { "--fault", "refuse-configure" },
-      {},
-      1,
-      "",
-      "velmar-upgrade: Failed to set upgrade config,device is restarting.",
-      {},
-      2 },
-    { "first look at the progress lost",
-      { "--fault", "drop-progress=1" },
-      {},
-      0,
-      Restarting,
-      "",
-      Everything,
-      2 },
-    { "second look at the progress refused",
-      { "--fault", "refuse-progress=2" },
-      {},
-      1,
-      "",
-      "velmar-upgrade: Failed to get upgrade progress,device is restarting.",
-      Everything,
-      2 },
-    { "installation fails",
-      { "--fault", "install-fails=50" },
-      {},
-      1,
-      "",
-      "velmar-upgrade: Failed to get upgrade progress,device is restarting.",
-      {},
-      2 },
-    { "power cut before the device is bound to complete",
-      { "--fault", "power-cut=3" },
-      {},
-      1,
-      "",
-      "velmar-upgrade: Failed to get upgrade progress,device is restarting.",
-      {},
-      3 },
-    { "power cut when the device is bound to complete",
-      { "--fault", "power-cut=5" },
-      {},
-      0,
-      Restarting,
-      "",
-      Everything,
-      3 },
-    { "restart refused",
-      { "--fault", "refuse-restart" },
-      {},
-      0,
-      "Upgrade successful,please restart the device manually.",
-      "",
-      Everything,
-      1 },
-    { "no return after the restart",
-      { "--fault", "no-return" },
-      {},
-      0,
-      Restarting,
-      "",
-      Everything,
-      1 },
-    { "slow link", { "--fault", "slow-link=4000000" }, {}, 0, Restarting, "", Everything, 2 },
+    { "section by name", {}, { "--section", "EDID" }, Upgraded, Edid, 2 },
+    { "card by slot", {}, { "--card", "3" }, Upgraded, SdiCardBoard2, 2 },
+    { "device without cards", { "--no-cards" }, {}, Upgraded, MainMcu + DataFiles + RestOfMain, 2 },
+    withFault("announcement refused", "refuse-announce", NotAnnounced, {}, 2),
+    withFault("connection cut before the first byte", "cut-transfer=0", NotAnnounced, {}, 2),
+    withFault("connection cut at half", "cut-transfer=50", NotSent, {}, 2),
+    withFault("connection cut behind the last byte", "cut-transfer=100", NotSent, {}, 2),
+    withFault("configuration refused", "refuse-configure", NotConfigured, {}, 2),
+    withFault("first look at the progress lost", "drop-progress=1", Upgraded, Everything, 2),
+    withFault("second look refused", "refuse-progress=2", NotInstalled, Everything, 2),
+    withFault("installation fails", "install-fails=50", NotInstalled, {}, 2),
+    withFault("power cut before the device is bound to complete", "power-cut=3", NotInstalled, {},
+              3),
+    withFault("power cut when the device is bound to complete", "power-cut=5", Upgraded, Everything,
+              3),
+    withFault("restart refused", "refuse-restart", NotRestarted, Everything, 1),
+    withFault("no return from the restart", "no-return", Upgraded, Everything, 1),
+    withFault("slow link", "slow-link=4000000", Upgraded, Everything, 2),
 };
 
 /*! The processes of a scenario. */
@@ -230,10 +167,11 @@ private Q_SLOTS:
         auto &cast = *m_casts.at(std::size_t(index));
         const auto run = cast.upgrade->finish();
 
-        if (told.exitCode == 0)
-            QCOMPARE(run.out.trimmed().section('\n', -1), told.out);
-        QCOMPARE(run.err.section('\n', 0, 0), told.err);
-        QCOMPARE(run.exitCode, told.exitCode);
+        if (told.end.exitCode == 0)
+            QCOMPARE(run.out.trimmed().section('\n', -1), told.end.out);
+        QCOMPARE(run.err.section('\n', 0, 0), told.end.err);
+        QCOMPARE(run.err.trimmed().section('\n', -1), told.end.advice);
+        QCOMPARE(run.exitCode, told.end.exitCode);
 
         QVERIFY(cast.device.waitForReady(told.readyCount));
         Files installed;
@@ -265,6 +203,8 @@ private Q_SLOTS:
                  QStringLiteral("velmar-upgrade: Failed to recombine upgrade file"));
         QVERIFY2(without.err.contains("\n  cause: Decrypt file failed.\n"),
                  qPrintable(without.err));
+        QVERIFY(without.err.endsWith("  advice: the device has installed nothing; upgrade again "
+                                     "once the cause is removed\n"));
         QCOMPARE(without.exitCode, 1);
         QVERIFY(device.installedFiles().isEmpty());
 

@@ -74,7 +74,7 @@ class tst_Supervising : public QObject {
 private Q_SLOTS:
     void interruptWhileInstalling()
     {
-        DeviceProgram device({ "--install-ms", "1000" });
+        DeviceProgram device({ "--install-ms", "2000" });
         QVERIFY(device.waitForReady());
         const ExamplePackage package;
         UpgradeProgram upgrade({ "run", package.path(), "--device", device.address(), "--yes" });
@@ -206,7 +206,8 @@ private Q_SLOTS:
                                       "--section", "Kernel" };
 
         UpgradeOnTerminal declined(arguments);
-        QTRY_VERIFY(declined.shown().endsWith("Upgrade and restart the device? [y/N] "));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            declined.shown().endsWith("Upgrade and restart the device? [y/N] "), 50000);
         QVERIFY(declined.shown().contains("  main control: Kernel\r\n"));
         declined.type("\n");
         const auto refusal = finishProgram(declined.process());
@@ -215,7 +216,8 @@ private Q_SLOTS:
         QCOMPARE(device.operations(), QStringList("hello"));
 
         UpgradeOnTerminal agreed(arguments);
-        QTRY_VERIFY(agreed.shown().endsWith("Upgrade and restart the device? [y/N] "));
+        QTRY_VERIFY_WITH_TIMEOUT(agreed.shown().endsWith("Upgrade and restart the device? [y/N] "),
+                                 50000);
         agreed.type("y\n");
         QTRY_VERIFY_WITH_TIMEOUT(
             agreed.shown().endsWith("Upgrade successful,device is restarting.\r\n"), 50000);
