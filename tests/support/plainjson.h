@@ -37,10 +37,10 @@ class Reader {
 public:
     enum TokenType { Str, Int, Uint, Real, Symbol, Eof };
 
-    Reader(const char *input, std::uint64_t limit)
-        : limit(limit)
-        , atEnd(input == nullptr || limit == 0 || *input == '\0')
-        , input(input)
+    // Of a text that ends with a NUL.
+    explicit Reader(const char *text)
+        : atEnd(*text == '\0')
+        , input(text)
     {
     }
 
@@ -53,7 +53,6 @@ public:
 
     std::uint64_t column = 0;
     std::uint64_t line = 0;
-    std::uint64_t limit;
     std::uint64_t cursor = 0;
     bool atEnd;
     const char *input;
@@ -208,11 +207,9 @@ private:
         if (atEnd)
             return;
         ++cursor;
-        const char c = cursor == limit ? '\0' : input[cursor];
+        const char c = input[cursor];
         if (c != '\r')
             ++column;
-        if (cursor == limit)
-            atEnd = true;
         if (c == '\0') {
             atEnd = true;
             return;
@@ -440,7 +437,7 @@ template<class Record> void readRecord(Reader &reader, Record &record, bool isTo
 template<class Document> Outcome decode(const std::string &text, Document &document)
 {
     try {
-        Reader reader(text.c_str(), UINT64_MAX);
+        Reader reader(text.c_str());
         reader.next();
         readValue(reader, document, true);
         return { Outcome::Read, {} };

@@ -53,9 +53,9 @@ private:
 // compiler may assume that a loop ends, and drop it.
 [[noreturn]] void turnForever()
 {
-    const volatile bool turning = true;
+    const volatile int nothing = 0;
     for (;;)
-        static_cast<void>(turning);
+        static_cast<void>(nothing);
 }
 
 } // namespace

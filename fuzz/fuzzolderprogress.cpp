@@ -1,0 +1,10 @@
+#include "decoding.h"
+#include "records/compatibilityrecords.h"
+
+using namespace Velmar::ProtoModel::Auxiliary;
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    fuzzDecoding<std::vector<s_CompatibilityUpgradePercent>>(data, size);
+    return 0;
+}
