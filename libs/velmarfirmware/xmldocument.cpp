@@ -8,8 +8,8 @@ namespace Velmar::Firmware::Internal {
 
 namespace {
 
-// Packages need 3. A document is parsed and destroyed by recursion, and takes a time that grows with
-// the square of its depth to build: at some ten thousand levels the stack overflows.
+// Packages need 3. A document is parsed and destroyed by recursion, and takes a time that grows
+// with the square of its depth to build: at some ten thousand levels the stack overflows.
 constexpr int MaxNesting = 256;
 
 // As many elements as start tags can open: no document is nested deeper than that.
