@@ -110,6 +110,37 @@ const std::vector<FaultDescription> &Faults::descriptions()
           "state to send the next." },
         { Fault::RegisterSlow, "register-slow", "MS", 1, MaxCount, -1,
           "Answers each register write so much later." },
+        { Fault::VersionRefused, "version-refused", nullptr, 0, 0, 0,
+          "Answers the version command with \"2.0.0.0\" and a hardware that hosts do not upgrade "
+          "over "
+          "HTTP." },
+        { Fault::VersionAllowed, "version-allowed", nullptr, 0, 0, 0,
+          "Answers the version command with \"2.0.0.0\" and a hardware that hosts do upgrade." },
+        { Fault::VersionBroken, "version-broken", nullptr, 0, 0, 0,
+          "Answers the version command with a text that breaks off." },
+        { Fault::VersionSilent, "version-silent", nullptr, 0, 0, 0,
+          "Drops the connection instead of answering the version command." },
+        { Fault::HttpStatus, "http-status", "CODE", 400, 599, 500,
+          "Answers each upload, once it has arrived, with this status and the body \"ok\", and "
+          "installs nothing." },
+        { Fault::HttpReset, "http-reset", "PERCENT", 0, 100, 50,
+          "Resets the connection of each upload as soon as this much of it has arrived." },
+        { Fault::HttpSlow, "http-slow", "MS", 1, MaxCount, 2000,
+          "Answers each poll so much later." },
+        { Fault::HttpStall, "http-stall", nullptr, 0, 0, 0,
+          "Sends the first half of each answer to a poll and then nothing more." },
+        { Fault::HttpTruncate, "http-truncate", nullptr, 0, 0, 0,
+          "Ends the connection in the middle of each answer to a poll." },
+        { Fault::HttpBroken, "http-broken", nullptr, 0, 0, 0,
+          "Leaves the last character of each progress text out." },
+        { Fault::HttpEmpty, "http-empty", nullptr, 0, 0, 0,
+          "Answers each poll with an empty body." },
+        { Fault::HttpHuge, "http-huge", "BYTES", 1, MaxCount, 16777216,
+          "Adds a key with a text of so many bytes to each progress text." },
+        { Fault::HttpSwitch, "http-switch", "NTH", 1, MaxCount, 2,
+          "Answers the Nth poll and all behind it in the form of the other generation." },
+        { Fault::HttpFailsAfterDone, "http-fails-after-done", nullptr, 0, 0, 0,
+          "Reports result 3 to every poll behind the one that was told result 2." },
     };
     return table;
 }

@@ -27,6 +27,20 @@ enum class Fault {
     RegisterCut,
     RegisterNotReady,
     RegisterSlow,
+    VersionRefused,
+    VersionAllowed,
+    VersionBroken,
+    VersionSilent,
+    HttpStatus,
+    HttpReset,
+    HttpSlow,
+    HttpStall,
+    HttpTruncate,
+    HttpBroken,
+    HttpEmpty,
+    HttpHuge,
+    HttpSwitch,
+    HttpFailsAfterDone,
 };
 
 /*! A second number that a fault takes, behind a colon. */

@@ -1,11 +1,8 @@
 #include "filereceiver.h"
 
-#include "deviceimage.h"
-#include "devicestate.h"
 #include "durable.h"
+#include "receivedimage.h"
 #include "statefolder.h"
-
-#include <cstdio>
 
 namespace Velmar::Simulator {
 
@@ -145,25 +142,7 @@ Outcome FileReceiver::keepImage(Transfer &transfer)
     if (!syncFile(transfer.file))
         return { LinkAck::Refused, QString::fromLatin1("the file cannot be stored") };
     transfer.file.close();
-    QString fault;
-    const auto image = readDeviceImage(transfer.file.fileName(), m_state.record().modelId, fault);
-    if (!image)
-        return { LinkAck::WrongContents, fault };
-
-    // Named by its contents: a stop between the two steps leaves the old record with the old image.
-    const ReceivedImage received { QString::fromLatin1(transfer.sha256.toHex()), image->version };
-    const QString path = m_folder.images() + QLatin1Char('/') + received.fileName;
-    if (std::rename(QFile::encodeName(transfer.file.fileName()).constData(),
-                    QFile::encodeName(path).constData())
-        != 0)
-        return { LinkAck::Refused, QString::fromLatin1("the image cannot be kept") };
-    syncFolder(m_folder.images());
-    const std::optional<ReceivedImage> before = m_state.record().image;
-    if (!m_state.update([&received](DeviceRecord &record) { record.image = received; }, fault))
-        return { LinkAck::Refused, fault };
-    if (before && before->fileName != received.fileName)
-        QFile::remove(m_folder.images() + QLatin1Char('/') + before->fileName);
-    return {};
+    return Simulator::keepImage(transfer.file.fileName(), transfer.sha256, m_folder, m_state);
 }
 
 void FileReceiver::drop(qint32 fileId)

@@ -47,6 +47,8 @@ QCborMap describe(const FittedPart &part, const DeviceState &state)
              { QLatin1String("section"), sections } };
 }
 
+} // namespace
+
 QCborMap readVersions(const Identity &identity)
 {
     QCborArray parts;
@@ -60,8 +62,6 @@ QCborMap readVersions(const Identity &identity)
              { QLatin1String("brief"), identity.fitting.model().name },
              { QLatin1String("parts"), parts } };
 }
-
-} // namespace
 
 void addLinkOperations(OperationTable &table, const Identity &identity)
 {

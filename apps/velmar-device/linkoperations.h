@@ -1,6 +1,7 @@
 #ifndef VELMARDEVICE_LINKOPERATIONS_H
 #define VELMARDEVICE_LINKOPERATIONS_H
 
+#include <QCborMap>
 #include <QString>
 
 namespace Velmar::Simulator {
@@ -15,6 +16,9 @@ struct Identity {
     const DeviceState &state;
     QString name;
 };
+
+/*! The versions of the device and of all its parts, as version.read tells them. */
+QCborMap readVersions(const Identity &identity);
 
 /*! Adds hello, ping, heartbeat.pause, heartbeat.resume and version.read. What \a identity refers to
     has to outlive \a table. */

@@ -1,4 +1,5 @@
 #include "devicestate.h"
+#include "httpservice.h"
 #include "options.h"
 #include "terminationwatcher.h"
 
@@ -47,6 +48,8 @@ QJsonObject readyEvent(const SimulatedDevice &device, const QHostAddress &addres
         { "address", address.toString() },
         { "port", device.port() },
         { "probePort", probePort ? QJsonValue(*probePort) : QJsonValue() },
+        { "httpPort",
+          device.generation() == Generation::None ? QJsonValue() : QJsonValue(HttpService::Port) },
         { "model", device.fitting().model().name },
         { "modelId", device.fitting().model().modelId },
         { "serial", record.serial },

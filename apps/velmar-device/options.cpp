@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "httpservice.h"
+
 #include <QCommandLineParser>
 
 #include <limits>
@@ -61,6 +63,10 @@ void describeOptions(QCommandLineParser &parser)
     option("heartbeat-ms", "MS",
            text("How long a host may be silent before it is dropped (default %1).",
                 defaults.heartbeatMs));
+    option("generation", "older|newer|none",
+           text("Generation of the HTTP service, which listens on port %1 of the same address "
+                "(default none: there is no such service).",
+                HttpService::Port));
     option("fault", "NAME[=N]", QStringLiteral("Does something wrong, see below. Repeatable."));
     flag({ QStringLiteral("h"), QStringLiteral("help") }, "Shows this text.");
     flag({ QStringLiteral("version") }, "Shows the version.");
@@ -137,6 +143,18 @@ public:
         return value;
     }
 
+    Generation generation()
+    {
+        const QString value = m_parser.value(QStringLiteral("generation"));
+        if (value == QLatin1String("older"))
+            return Generation::Older;
+        if (value == QLatin1String("newer"))
+            return Generation::Newer;
+        if (m_parser.isSet(QStringLiteral("generation")) && value != QLatin1String("none"))
+            fail("generation", QStringLiteral("\"older\", \"newer\" or \"none\""));
+        return Generation::None;
+    }
+
     void fail(const char *name, const QString &expectation)
     {
         if (m_errorText.isEmpty())
@@ -191,6 +209,7 @@ std::optional<Options> Options::parse(const QStringList &arguments, QString &err
     device.installMs = values.milliseconds("install-ms", 0, device.installMs);
     device.restartMs = values.milliseconds("restart-ms", 0, device.restartMs);
     device.heartbeatMs = values.milliseconds("heartbeat-ms", 1, device.heartbeatMs);
+    device.generation = values.generation();
     device.serial = values.text("serial");
     device.name = values.text("name");
     device.statePath = parser.value(QStringLiteral("state"));

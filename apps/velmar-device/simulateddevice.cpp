@@ -1,11 +1,14 @@
 #include "simulateddevice.h"
 
 #include "devicestate.h"
+#include "httpservice.h"
+#include "httpupgrade.h"
 #include "linkoperations.h"
 #include "registeroperations.h"
 #include "statefolder.h"
 #include "transferoperations.h"
 #include "upgradeoperations.h"
+#include "versionquery.h"
 
 namespace Velmar::Simulator {
 
@@ -65,7 +68,9 @@ bool SimulatedDevice::start(QString &errorText)
         if (result != 2)
             qWarning("The installation has failed: %s.", qUtf8Printable(cause));
     });
-    addLinkOperations(m_operations, { m_fitting, *m_state, m_name });
+    const Identity identity { m_fitting, *m_state, m_name };
+    addLinkOperations(m_operations, identity);
+    addVersionQuery(m_operations, identity, m_settings.generation, faults);
     addTransferOperations(m_operations, *m_receiver, *m_installer, faults);
     addUpgradeOperations(m_operations, m_fitting, *m_receiver, *m_installer, faults, [this] {
         QMetaObject::invokeMethod(this, &SimulatedDevice::restart, Qt::QueuedConnection);
@@ -75,6 +80,12 @@ bool SimulatedDevice::start(QString &errorText)
     addRegisterOperations(m_operations, *m_bank, *m_installer, faults, [this] {
         QTimer::singleShot(SettleMs, this, &SimulatedDevice::restartWithNewFirmware);
     });
+    if (m_settings.generation != Generation::None) {
+        const HttpUpgrade::Device device { m_fitting,   *m_folder,    *m_state,
+                                           *m_receiver, *m_installer, faults };
+        m_httpUpgrade =
+            std::make_unique<HttpUpgrade>(device, m_settings.generation, [this] { restart(); });
+    }
     m_server = std::make_unique<DeviceServer>(m_operations, m_trace, linkPolicy(m_settings));
     m_port = m_settings.port;
     m_probePort = m_settings.probePort;
@@ -110,14 +121,34 @@ bool SimulatedDevice::listen(QString &errorText)
     if (!m_server->listen(m_settings.address, m_port, errorText))
         return false;
     m_port = m_server->port();
-    if (!m_probePort)
-        return true;
-    if (!m_probe.start(m_settings.address, *m_probePort, probeAnswer(), errorText)) {
+    if (m_probePort && !m_probe.start(m_settings.address, *m_probePort, probeAnswer(), errorText)) {
         m_server->close();
         return false;
     }
-    m_probePort = m_probe.port();
+    if (!listenForHttp(errorText)) {
+        stopListening();
+        return false;
+    }
+    if (m_probePort)
+        m_probePort = m_probe.port();
     return true;
+}
+
+bool SimulatedDevice::listenForHttp(QString &errorText)
+{
+    if (!m_httpUpgrade)
+        return true;
+    const HttpService::Settings settings { m_settings.generation, m_settings.faults,
+                                           m_fitting.model(), m_folder->incoming() };
+    m_http = std::make_unique<HttpService>(settings, *m_httpUpgrade, m_trace);
+    return m_http->start(m_settings.address, errorText);
+}
+
+void SimulatedDevice::stopListening()
+{
+    m_server->close();
+    m_probe.stop();
+    m_http.reset();
 }
 
 /*! Unless the device has restarted for another reason meanwhile. */
@@ -132,8 +163,9 @@ void SimulatedDevice::restart()
     if (m_isAway)
         return; // two hosts may order it at the same time
     m_isAway = true;
-    m_server->close();
-    m_probe.stop();
+    stopListening();
+    if (m_httpUpgrade)
+        m_httpUpgrade->reset();
     m_installer->breakOff();
     m_receiver->clear();
     m_bank->reset();

@@ -6,6 +6,7 @@
 #include "filereceiver.h"
 #include "firmwarestore.h"
 #include "fitting.h"
+#include "generation.h"
 #include "installer.h"
 #include "operationtable.h"
 #include "probeanswerer.h"
@@ -22,6 +23,8 @@
 namespace Velmar::Simulator {
 
 class DeviceState;
+class HttpService;
+class HttpUpgrade;
 class StateFolder;
 
 /*! How a device behaves, beside what it is. */
@@ -37,6 +40,7 @@ struct DeviceSettings {
     QString fileVersion; //!< empty: the one that the state has
     int installMs = 10000; //!< that an installation takes at least
     int restartMs = 5000; //!< that the device is away for a restart
+    Generation generation = Generation::None; //!< of the HTTP service
     int heartbeatMs = 15000; //!< that a host may be silent
     Faults faults;
 };
@@ -62,6 +66,7 @@ public:
 
     quint16 port() const { return m_port; } //!< once started
     std::optional<quint16> probePort() const { return m_probePort; } //!< none: answers no probes
+    Generation generation() const { return m_settings.generation; }
     const Fitting &fitting() const { return m_fitting; }
     const DeviceState &state() const { return *m_state; } //!< once started
 
@@ -72,6 +77,8 @@ Q_SIGNALS:
 private:
     bool applySettings(QString &errorText);
     bool listen(QString &errorText);
+    bool listenForHttp(QString &errorText);
+    void stopListening();
     void restart();
     void restartWithNewFirmware();
     void comeBack();
@@ -87,6 +94,8 @@ private:
     std::unique_ptr<Installer> m_installer;
     std::unique_ptr<FirmwareStore> m_firmware;
     std::unique_ptr<RegisterBank> m_bank;
+    std::unique_ptr<HttpUpgrade> m_httpUpgrade; // null without the HTTP service
+    std::unique_ptr<HttpService> m_http; // null while it does not listen
     OperationTable m_operations;
     std::unique_ptr<DeviceServer> m_server;
     ProbeAnswerer m_probe;

@@ -99,6 +99,12 @@ void Trace::probe(const QString &peer, const QString &direction, const QCborMap 
     write(QStringLiteral("probe"), direction, peer, toJson(message).toObject());
 }
 
+void Trace::http(const QString &peer, const QJsonObject &exchange)
+{
+    if (m_file.isOpen())
+        write(QStringLiteral("http"), QStringLiteral("in"), peer, exchange);
+}
+
 void Trace::write(const QString &road, const QString &direction, const QString &peer,
                   QJsonObject fields)
 {

@@ -28,6 +28,9 @@ public:
     /*! A datagram of the probe. */
     void probe(const QString &peer, const QString &direction, const QCborMap &message);
 
+    /*! A request of the HTTP service and how it was answered. */
+    void http(const QString &peer, const QJsonObject &exchange);
+
 private:
     void write(const QString &road, const QString &direction, const QString &peer,
                QJsonObject fields);

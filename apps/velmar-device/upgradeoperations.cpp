@@ -6,6 +6,7 @@
 #include "fitting.h"
 #include "installer.h"
 #include "operationtable.h"
+#include "orderedparts.h"
 
 namespace Velmar::Simulator {
 
@@ -74,7 +75,7 @@ public:
             outcome = { LinkAck::WrongArguments, QString::fromLatin1("\"parts\" is empty") };
         for (RequestedPart &part : parts) {
             if (outcome.isAccepted())
-                outcome = addPart(part, order);
+                outcome = addToOrder(m_fitting, part.order, part.boardId, order);
         }
         if (const auto fileVersion = m_fitting.fileVersionSection())
             order.sections.push_back(*fileVersion);
@@ -132,32 +133,6 @@ private:
             parts.push_back(part);
         }
         return parts;
-    }
-
-    /*! Adds \a part to \a order if this device has such a card with such sections. */
-    Outcome addPart(const RequestedPart &part, InstallationOrder &order) const
-    {
-        const quint8 slotId = part.order.slotId;
-        const std::optional<quint8> boardId = m_fitting.boardInSlot(slotId);
-        if (!boardId)
-            return { LinkAck::Refused, QString::fromLatin1("slot %1 is empty").arg(slotId) };
-        if (slotId != 0 && *boardId != part.boardId)
-            return { LinkAck::Refused,
-                     QString::fromLatin1("slot %1 has board %2, not %3")
-                         .arg(slotId)
-                         .arg(*boardId)
-                         .arg(part.boardId) };
-        for (const quint16 code : part.order.codes) {
-            const FittedPart *fitted = m_fitting.findPart(part.order.type, slotId, code);
-            if (fitted == nullptr)
-                return { LinkAck::Refused,
-                         QString::fromLatin1("slot %1 has no section 0x%2")
-                             .arg(slotId)
-                             .arg(code, 4, 16, QLatin1Char('0')) };
-            order.sections.push_back(fitted->key(code));
-        }
-        order.parts.push_back(part.order);
-        return {};
     }
 
     const Fitting &m_fitting;

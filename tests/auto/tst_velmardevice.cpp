@@ -119,7 +119,14 @@ private Q_SLOTS:
                           "refuse-announce, cut-transfer, refuse-configure, drop-progress, "
                           "refuse-progress, install-fails, never-ends, power-cut, refuse-restart, "
                           "no-return, slow-link, register-ack, register-silent, register-cut, "
-                          "register-not-ready, register-slow.\n");
+                          "register-not-ready, register-slow, version-refused, version-allowed, "
+                          "version-broken, version-silent, http-status, http-reset, http-slow, "
+                          "http-stall, http-truncate, http-broken, http-empty, http-huge, "
+                          "http-switch, http-fails-after-done.\n");
+        QTest::newRow("unknown generation")
+            << QStringList { "--generation", "oldest" }
+            << QByteArray("velmar-device: The value \"oldest\" of --generation is not \"older\", "
+                          "\"newer\" or \"none\".\n");
         QTest::newRow("unknown model")
             << QStringList { "--model", "Nimbus" }
             << QByteArray("velmar-device: There is no device model \"Nimbus\"; the catalogue has "
