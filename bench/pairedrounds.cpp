@@ -27,6 +27,14 @@ double median(std::vector<double> values)
 void run(benchmark::State &state, double limit, const std::function<void()> &subject,
          const std::function<void()> &reference)
 {
+    runTimed(
+        state, limit, [&subject] { return seconds(subject); },
+        [&reference] { return seconds(reference); });
+}
+
+void runTimed(benchmark::State &state, double limit, const std::function<double()> &subject,
+              const std::function<double()> &reference)
+{
     reference();
     subject();
 
@@ -38,11 +46,11 @@ void run(benchmark::State &state, double limit, const std::function<void()> &sub
         double subjectTime = 0;
         double referenceTime = 0;
         if (isSubjectFirst) {
-            subjectTime = seconds(subject);
-            referenceTime = seconds(reference);
+            subjectTime = subject();
+            referenceTime = reference();
         } else {
-            referenceTime = seconds(reference);
-            subjectTime = seconds(subject);
+            referenceTime = reference();
+            subjectTime = subject();
         }
         isSubjectFirst = !isSubjectFirst;
         subjects.push_back(subjectTime);

@@ -25,6 +25,10 @@ constexpr int Count = 15; // an odd number, for a median that was measured
 void run(benchmark::State &state, double limit, const std::function<void()> &subject,
          const std::function<void()> &reference);
 
+/*! The same for work of which only a part counts: each returns the seconds that this part took. */
+void runTimed(benchmark::State &state, double limit, const std::function<double()> &subject,
+              const std::function<double()> &reference);
+
 } // namespace PairedRounds
 
 #endif // VELMAR_BENCH_PAIREDROUNDS_H
