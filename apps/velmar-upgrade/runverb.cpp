@@ -5,8 +5,11 @@
 #include "logcapture.h"
 #include "modelnames.h"
 #include "offer.h"
+#include "packagelisting.h"
 #include "packageparse.h"
 #include "printable.h"
+#include "registerchoice.h"
+#include "registerrun.h"
 #include "selection.h"
 #include "steps.h"
 #include "supervise.h"
@@ -24,17 +27,27 @@ using namespace Velmar::Host;
 
 namespace {
 
+const auto Section = QStringLiteral("section");
+const auto Card = QStringLiteral("card");
+const auto Road = QStringLiteral("road");
+const auto NativeRoad = QStringLiteral("native");
+const auto RegisterRoad = QStringLiteral("registers");
+
 void describeOptions(CommandLine &options)
 {
     options.addArgument(QStringLiteral("PACKAGE"), QStringLiteral("The package folder."));
     options.addDevice();
-    options.addOption(QStringLiteral("section"),
-                      QStringLiteral("Upgrade sections of this name alone. Repeatable."),
+    options.addOption(Section, QStringLiteral("Upgrade sections of this name alone. Repeatable."),
                       QStringLiteral("NAME"));
-    options.addOption(QStringLiteral("card"),
+    options.addOption(Card,
                       QStringLiteral("Upgrade the card in this slot alone; \"main\" is the main "
                                      "control. Repeatable."),
                       QStringLiteral("SLOT"));
+    options.addOption(Road,
+                      QStringLiteral("How the device gets its firmware: \"%1\", or \"%2\" for the "
+                                     "main control's MCU register by register; %1 unless set.")
+                          .arg(NativeRoad, RegisterRoad),
+                      QStringLiteral("ROAD"), NativeRoad);
     options.addOption(QStringLiteral("yes"), QStringLiteral("Do not ask before the upgrade."));
     options.addTimeout();
     options.addOption(QStringLiteral("key-file"),
@@ -57,6 +70,49 @@ QString choiceText(const Selection &selection, const DeviceSession &session,
     return text;
 }
 
+/*! Whether --road and what depends on it are in order; tells the error if not. */
+bool isRoadInOrder(const CommandLine &options)
+{
+    const auto road = options.value(Road);
+    if (road == NativeRoad)
+        return true;
+    if (road != RegisterRoad) {
+        complain(HostExitCode::Usage,
+                 QStringLiteral("--road: there is no road \"%1\". There are: %2, %3")
+                     .arg(printable(road), NativeRoad, RegisterRoad));
+        return false;
+    }
+    if (options.isSet(Section) || options.isSet(Card)) {
+        complain(
+            HostExitCode::Usage,
+            QStringLiteral("Nothing but the main control's MCU goes register by register. Leave "
+                           "--section and --card out"));
+        return false;
+    }
+    return true;
+}
+
+/*! Chooses for the road of \a options what of \a units fits; tells the error if that is nothing. */
+bool choose(const CommandLine &options, const QString &path,
+            const QVector<Firmware::UpgradeCfg> &units, BizModel::Device &device,
+            Selection &selection)
+{
+    const auto offered = offeredParts(units, device);
+    QString errorText;
+    if (options.value(Road) == RegisterRoad) {
+        PackageListing listing;
+        if (!listing.read(path, errorText))
+            errorText = printable(errorText);
+        else if (chooseForRegisters(offered, listing, device.modelId(), selection, errorText))
+            return true;
+    } else if (selection.choose(offered, { options.values(Section), options.values(Card) },
+                                errorText)) {
+        return true;
+    }
+    complain(HostExitCode::NothingFits, errorText);
+    return false;
+}
+
 } // namespace
 
 HostExitCode runVerb(const QStringList &arguments)
@@ -73,7 +129,7 @@ HostExitCode runVerb(const QStringList &arguments)
     if (!address)
         return HostExitCode::Usage;
     const auto timeLimit = options.timeLimit();
-    if (!timeLimit)
+    if (!timeLimit || !isRoadInOrder(options))
         return HostExitCode::Usage;
     const bool isAgreed = options.isSet(QStringLiteral("yes"));
     if (!isAgreed && !isInteractive())
@@ -102,20 +158,23 @@ HostExitCode runVerb(const QStringList &arguments)
         return HostExitCode::NothingFits;
 
     Selection selection;
-    QString errorText;
-    const Wish wish { options.values(QStringLiteral("section")),
-                      options.values(QStringLiteral("card")) };
-    if (!selection.choose(offeredParts(parse.units(), *session->device()), wish, errorText))
-        return complain(HostExitCode::NothingFits, errorText);
+    if (!choose(options, path, parse.units(), *session->device(), selection))
+        return HostExitCode::NothingFits;
     print(choiceText(selection, *session, *address, ModelNames(*catalogue)));
     const auto spent = std::chrono::milliseconds(elapsed.elapsed());
     if (!isAgreed && !isConfirmed(QStringLiteral("Upgrade and restart the device?")))
         return complain(HostExitCode::Interrupted, QStringLiteral("The device stays as it was"));
 
     log.clear(); // what the parse logged is no cause of what the run does
+    const auto rest = std::max(*timeLimit - spent, std::chrono::milliseconds(1));
+    if (options.value(Road) == RegisterRoad) {
+        RegisterRun run(session->device()->link(), registerParts(selection));
+        return supervise(
+            run, [&] { run.start(rest); }, registerRoadTexts(), isVerbose, log);
+    }
     UpgradeRun run({ session->device(), selection.cardInfoParts(), parse.units(),
                      parse.dataFilePaths(), path });
-    const auto rest = std::max(*timeLimit - spent, std::chrono::milliseconds(1));
-    return supervise(run, Firmware::Enum::UpgradeProcessType::FullUpgrade, rest,
-                     address->toString(), isVerbose, log);
+    return supervise(
+        run, [&] { run.start(Firmware::Enum::UpgradeProcessType::FullUpgrade, rest); },
+        nativeRoadTexts(address->toString()), isVerbose, log);
 }

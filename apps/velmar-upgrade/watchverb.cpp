@@ -91,6 +91,7 @@ HostExitCode watchVerb(const QStringList &arguments)
 
     log.clear(); // what went before is no cause of how the watching ends
     UpgradeRun run({ session->device(), {}, {}, {}, {} });
-    return supervise(run, Firmware::Enum::UpgradeProcessType::ReadProgressOnly, *timeLimit,
-                     address->toString(), isVerbose, log);
+    return supervise(
+        run, [&] { run.start(Firmware::Enum::UpgradeProcessType::ReadProgressOnly, *timeLimit); },
+        nativeRoadTexts(address->toString()), isVerbose, log);
 }

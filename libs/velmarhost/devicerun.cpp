@@ -4,13 +4,6 @@
 
 namespace Velmar::Host {
 
-namespace {
-
-// Between its last signal and its end a worker has nothing left to do.
-constexpr std::chrono::seconds WorkerEndLimit { 5 };
-
-} // namespace
-
 DeviceRun::DeviceRun()
     : m_worker(std::make_shared<WorkerWatch>())
 {
@@ -23,6 +16,19 @@ DeviceRun::~DeviceRun() = default;
 DeviceRun::Stage DeviceRun::stage() const
 {
     return m_stage;
+}
+
+void DeviceRun::giveUp()
+{
+    const bool hasWorker = isWorkerAlive();
+    enter(Stage::Ended);
+    m_timeLimit.stop();
+    m_isWorkerLeftBehind = hasWorker && !endWorker(m_workerEndLimit);
+}
+
+void DeviceRun::setWorkerEndLimit(std::chrono::milliseconds limit)
+{
+    m_workerEndLimit = limit;
 }
 
 bool DeviceRun::isWorkerLeftBehind() const
@@ -51,7 +57,7 @@ void DeviceRun::finish(bool result, const QString &text)
         return;
     enter(Stage::Ended);
     m_timeLimit.stop();
-    m_isWorkerLeftBehind = !m_worker->waitForEnd(WorkerEndLimit);
+    m_isWorkerLeftBehind = !m_worker->waitForEnd(m_workerEndLimit);
     Q_EMIT signalEnded(result ? Outcome::Succeeded : Outcome::Failed, text);
 }
 
@@ -61,10 +67,15 @@ bool DeviceRun::isWorkerAlive() const
     return isRunning || m_isWorkerLeftBehind;
 }
 
+bool DeviceRun::endWorker(std::chrono::milliseconds limit)
+{
+    Q_UNUSED(limit)
+    return false;
+}
+
 void DeviceRun::slotTimeLimit()
 {
-    enter(Stage::Ended);
-    m_isWorkerLeftBehind = true;
+    giveUp();
     Q_EMIT signalEnded(Outcome::TimedOut, QString());
 }
 

@@ -34,7 +34,7 @@ public:
     enum class Outcome {
         Succeeded,
         Failed,
-        TimedOut, //!< the device and the worker may still be at work
+        TimedOut, //!< the device may still be at work, and the worker, too
     };
     Q_ENUM(Outcome)
 
@@ -42,8 +42,15 @@ public:
 
     Stage stage() const;
 
-    /*! True if the run was given up; the process should end without waiting for its threads. */
+    /*! Ends the run without a signal but that of the stage, as the time limit does. */
+    void giveUp();
+
+    /*! True if the worker did not end with the run; the process should end without waiting for its
+        threads. */
     bool isWorkerLeftBehind() const;
+
+    /*! Time for a worker to end that has nothing left to do; 5 s unless set. */
+    void setWorkerEndLimit(std::chrono::milliseconds limit);
 
 Q_SIGNALS:
     void signalStageChanged(Velmar::Host::DeviceRun::Stage stage);
@@ -75,6 +82,10 @@ protected:
     /*! Whether a worker may still use what this object has; a destructor keeps it then. */
     bool isWorkerAlive() const;
 
+    /*! Makes the worker of a run that is given up end, on a road that has a way to. True once it
+       has ended, in \a limit at most; false, at once, unless overridden. */
+    virtual bool endWorker(std::chrono::milliseconds limit);
+
     const std::shared_ptr<WorkerWatch> m_worker;
 
 private:
@@ -83,6 +94,7 @@ private:
     void slotTimeLimit();
 
     QTimer m_timeLimit;
+    std::chrono::milliseconds m_workerEndLimit { 5000 };
     Stage m_stage = Stage::Idle;
     bool m_isWorkerLeftBehind = false;
 };

@@ -4,7 +4,10 @@
 
 #include "compatibilityupgrade_dat.h"
 
+#include <velmarbizmodel/devicelink.h>
 #include <velmarssproxy/devicechannel.h>
+
+#include <QEventLoop>
 
 #include <utility>
 
@@ -12,7 +15,8 @@ namespace Velmar::Host {
 
 RegisterRun::RegisterRun(const std::shared_ptr<BizModel::DeviceLink> &link,
                          std::vector<ProtoModel::Auxiliary::s_CardInfoParts> parts)
-    : m_channel(std::make_shared<SSProxy::DeviceChannel>(link))
+    : m_link(link)
+    , m_channel(std::make_shared<SSProxy::DeviceChannel>(link))
     , m_parts(std::move(parts))
     , m_upgrade(std::make_unique<Firmware::CompatibilityUpgradeDat>())
 {
@@ -34,6 +38,20 @@ void RegisterRun::start(std::chrono::milliseconds timeLimit)
     if (!m_upgrade->update(m_parts, m_channel))
         QMetaObject::invokeMethod(
             this, [this] { slotFinished(false, QString()); }, Qt::QueuedConnection);
+}
+
+bool RegisterRun::endWorker(std::chrono::milliseconds limit)
+{
+    QEventLoop loop;
+    bool hasEnded = false;
+    connect(m_upgrade.get(), &Firmware::CompatibilityUpgradeDat::signalUpdateFinished, &loop, [&] {
+        hasEnded = true;
+        loop.quit();
+    });
+    QTimer::singleShot(limit, &loop, &QEventLoop::quit);
+    m_link->close();
+    loop.exec();
+    return hasEnded;
 }
 
 void RegisterRun::slotProgress(double fraction)

@@ -23,7 +23,8 @@ namespace Velmar::Host {
     One upgrade of an MCU register by register, from the package that was parsed last.
 
     A device keeps its former firmware until it has the whole of the new one. It restarts by itself
-    then, which this run does not wait for.
+    then, which this run does not wait for. To be given up, a run closes the link: the worker then
+    comes to its end and takes the plain copy of the file away.
 */
 class RegisterRun : public DeviceRun {
     Q_OBJECT
@@ -41,9 +42,12 @@ public:
 private:
     Q_DISABLE_COPY_MOVE(RegisterRun)
 
+    bool endWorker(std::chrono::milliseconds limit) override;
+
     void slotProgress(double fraction);
     void slotFinished(bool result, const QString &errorText);
 
+    const std::shared_ptr<BizModel::DeviceLink> m_link;
     const std::shared_ptr<SSProxy::DeviceChannel> m_channel;
     const std::vector<ProtoModel::Auxiliary::s_CardInfoParts> m_parts;
     std::unique_ptr<Firmware::CompatibilityUpgradeDat> m_upgrade;

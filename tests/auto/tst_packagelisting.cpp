@@ -70,6 +70,27 @@ private Q_SLOTS:
         QCOMPARE(listing.units().at(0).modelId, 1);
     }
 
+    void commandsOfFiles()
+    {
+        QVERIFY(m_package->file("PackageCfg.xml", "<r><string>u</string></r>"));
+        QVERIFY(m_package->file("u/unit.xml",
+                                "<DataPackage ModuleID='1'>"
+                                "<EndSendCmd><CommandConfig CmdName='end'/></EndSendCmd>"
+                                "<FileInfo FileLabel='a'><CommandConfig CmdName='first'/>"
+                                "<CommandConfig CmdName='second'/></FileInfo>"
+                                "<BeforeStartCmd><CommandConfig CmdName='start'/></BeforeStartCmd>"
+                                "<FileInfo FileLabel='b'/>"
+                                "<FileInfo FileLabel='c'><CommandConfig/></FileInfo>"
+                                "</DataPackage>"));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path(), errorText));
+        const auto &files = listing.units().at(0).files;
+        QCOMPARE(files.at(0).commands, QStringList({ "first", "second" }));
+        QCOMPARE(files.at(1).commands, QStringList());
+        QCOMPARE(files.at(2).commands, QStringList(QString()));
+    }
+
     void unreadableIndex_data()
     {
         QTest::addColumn<QByteArray>("index");

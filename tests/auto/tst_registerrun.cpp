@@ -8,6 +8,7 @@
 #include "support/fakedevice.h"
 #include "support/logrecorder.h"
 #include "support/packagebuilder.h"
+#include "support/registerlink.h"
 
 #include <velmarbizmodel/device.h>
 
@@ -55,6 +56,31 @@ public:
     QStringList outcomes;
 };
 
+/*! A link over which no write is answered until it is closed. */
+class SilentLink : public RegisterLink {
+public:
+    SilentLink()
+    {
+        handle("register.write", [this](const BizModel::LinkRequest &) {
+            m_written.release();
+            m_closed.acquire();
+            return failed(BizModel::LinkAnswer::Outcome::Lost);
+        });
+    }
+
+    void close() override
+    {
+        RegisterLink::close();
+        m_closed.release();
+    }
+
+    void waitForWrite() { m_written.acquire(); }
+
+private:
+    QSemaphore m_written;
+    QSemaphore m_closed;
+};
+
 } // namespace
 
 /*! The road over registers as a host takes it: what is chosen, and the run. */
@@ -76,6 +102,8 @@ private Q_SLOTS:
     void failure();
     void libraryWordsTheFailure();
     void timeLimit();
+    void givenUp();
+    void workerThatDoesNotEnd();
     void noParts();
     void droppedWhileRunning();
 
@@ -288,22 +316,57 @@ void tst_RegisterRun::libraryWordsTheFailure()
 void tst_RegisterRun::timeLimit()
 {
     QVERIFY(parse("ModuleID='7701' Version='3.0'", mcuFile(McuCommands)));
+    const auto link = std::make_shared<SilentLink>();
+    RegisterRun run(link, parts());
+    const Listener listener(run);
+
+    run.start(std::chrono::milliseconds(50));
+
+    QTRY_COMPARE(listener.outcomes, QStringList("TimedOut"));
+    QCOMPARE(listener.heard, QStringList({ "Preparing", "Ended", QString() }));
+    QVERIFY(!run.isWorkerLeftBehind());
+    QVERIFY(!link->isOpen());
+    QCOMPARE(link->restarts(), 1);
+    QCOMPARE(QDir(m_package->path("main")).entryList(QDir::Files),
+             QStringList({ "MCU.dat", "unit.xml" }));
+}
+
+void tst_RegisterRun::givenUp()
+{
+    QVERIFY(parse("ModuleID='7701' Version='3.0'", mcuFile(McuCommands)));
+    const auto link = std::make_shared<SilentLink>();
+    RegisterRun run(link, parts());
+    const Listener listener(run);
+    run.start(Ample);
+    link->waitForWrite();
+
+    run.giveUp();
+
+    QVERIFY(!run.isWorkerLeftBehind());
+    QCOMPARE(run.stage(), DeviceRun::Stage::Ended);
+    QCoreApplication::processEvents();
+    QCOMPARE(listener.heard, QStringList({ "Preparing", "Ended" }));
+}
+
+void tst_RegisterRun::workerThatDoesNotEnd()
+{
+    QVERIFY(parse("ModuleID='7701' Version='3.0'", mcuFile(McuCommands)));
     QSemaphore release;
     m_device->link().handle("register.write", [&](const BizModel::LinkRequest &) {
         release.acquire();
         return ScriptedLink::refused(1, QString());
     });
-    RegisterRun run(m_device->device().link(), parts());
-    const Listener listener(run);
-    run.start(std::chrono::milliseconds(50));
-    QTRY_COMPARE(listener.outcomes, QStringList("TimedOut"));
-    QCOMPARE(listener.heard, QStringList({ "Preparing", "Ended", QString() }));
-    QVERIFY(run.isWorkerLeftBehind());
+    auto run = std::make_unique<RegisterRun>(m_device->device().link(), parts());
+    run->setWorkerEndLimit(std::chrono::milliseconds(20));
+    const Listener listener(*run);
 
+    run->start(std::chrono::milliseconds(20));
+
+    QTRY_COMPARE(listener.outcomes, QStringList("TimedOut"));
+    QVERIFY(run->isWorkerLeftBehind());
+    run.reset();
     release.release();
-    QTRY_VERIFY(m_device->link().operations().contains("heartbeat.resume"));
-    QTest::qWait(0);
-    QCOMPARE(listener.outcomes.size(), 1);
+    QTRY_VERIFY(m_log->texts(QtWarningMsg).contains("Fail to send command config"));
 }
 
 void tst_RegisterRun::noParts()

@@ -66,9 +66,9 @@ private Q_SLOTS:
                                                   "--catalogue", "--verbose" };
         QTest::newRow("run") << QStringList { "run", "-h" }
                              << "Usage: velmar-upgrade run PACKAGE --device HOST[:PORT] [options]"
-                             << QStringList { "--section",  "--card",     "--yes",
-                                              "--timeout",  "--key-file", "--catalogue",
-                                              "restarts it" };
+                             << QStringList { "--section",   "--card",     "--road",
+                                              "--yes",       "--timeout",  "--key-file",
+                                              "--catalogue", "restarts it" };
         QTest::newRow("watch") << QStringList { "watch", "--help" }
                                << "Usage: velmar-upgrade watch --device HOST[:PORT] [options]"
                                << QStringList { "the device is restarted, as at", "--restart" };
@@ -150,6 +150,16 @@ private Q_SLOTS:
             "--timeout: \"0\" is no number from 1 to 86400");
         row("time limit beyond a day", { "watch", "--device", "wall", "--timeout", "86401" }, 2,
             "--timeout: \"86401\" is no number from 1 to 86400");
+        row("unknown road", { "run", package, "--device", "wall", "--road", "sea" }, 2,
+            "--road: there is no road \"sea\". There are: native, registers");
+        row("section on the register road",
+            { "run", package, "--device", "wall", "--road", "registers", "--section", "MCU" }, 2,
+            "Nothing but the main control's MCU goes register by register. Leave --section and "
+            "--card out");
+        row("card on the register road",
+            { "run", package, "--device", "wall", "--road", "registers", "--card", "main" }, 2,
+            "Nothing but the main control's MCU goes register by register. Leave --section and "
+            "--card out");
         row("nobody to ask", { "run", package, "--device", "wall" }, 2,
             "Nobody can be asked: the input is no terminal. Add --yes to upgrade without a "
             "question");

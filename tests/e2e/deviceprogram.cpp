@@ -4,6 +4,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
+#include <QJsonArray>
 #include <QJsonDocument>
 
 #include <algorithm>
@@ -94,6 +95,37 @@ QMap<QString, QByteArray> DeviceProgram::installedFiles() const
                      isOpen ? file.readAll() : QByteArray("(cannot be opened)"));
     }
     return files;
+}
+
+QVector<QByteArray> DeviceProgram::registerFirmware() const
+{
+    QVector<QByteArray> firmware;
+    const QDir folder(m_folder.filePath(QStringLiteral("state/firmware")));
+    const auto names = folder.entryList(QDir::Files | QDir::Hidden);
+    for (const auto &name : names) {
+        QFile file(folder.filePath(name));
+        firmware.append(file.open(QIODevice::ReadOnly) ? file.readAll()
+                                                       : QByteArray("(cannot be opened)"));
+    }
+    return firmware;
+}
+
+QString DeviceProgram::runningVersion(int code) const
+{
+    QFile record(m_folder.filePath(QStringLiteral("state/state.json")));
+    if (!record.open(QIODevice::ReadOnly))
+        return QStringLiteral("(cannot be opened)");
+    const auto sections = QJsonDocument::fromJson(record.readAll())
+                              .object()
+                              .value(QLatin1String("sections"))
+                              .toArray();
+    for (const auto &section : sections) {
+        const auto object = section.toObject();
+        if (object.value(QLatin1String("slotId")).toInt() == 0
+            && object.value(QLatin1String("code")).toInt() == code)
+            return object.value(QLatin1String("running")).toString();
+    }
+    return QString();
 }
 
 QStringList DeviceProgram::operations() const

@@ -33,6 +33,13 @@ public:
     /*! What it has installed: destination path to contents. */
     QMap<QString, QByteArray> installedFiles() const;
 
+    /*! The firmware that it took register by register: contents of each file. */
+    QVector<QByteArray> registerFirmware() const;
+
+    /*! The version that the section \a code of the device itself runs; empty if none was ever
+        installed in it. */
+    QString runningVersion(int code) const;
+
     /*! The operations that it was asked for, in order; one row of the same counts once. */
     QStringList operations() const;
 
