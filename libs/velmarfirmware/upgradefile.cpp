@@ -77,8 +77,7 @@ QString UpgradeFilePrivate::start()
 
     upgradeFilePath = packagePath + QDir::separator() + QLatin1String("upgrade");
     QFile image(upgradeFilePath);
-    if (image.exists())
-        image.remove();
+    image.remove(); // also a link to nowhere, which would be written through
     if (!image.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         qDebug() << "open file failed.";
         return QString();
@@ -128,6 +127,7 @@ QString UpgradeFilePrivate::start()
     qToLittleEndian<quint32>(dataLength, &header[DataLengthOffset]);
     image.seek(0);
     write(image, header);
+    image.seek(HeaderSize); // a full disk may have taken less of the header
     write(image, table);
     const quint32 sum = SumSeed + bodies.sum() + byteSum(table.data(), table.size());
     Bytes sumField(sizeof(quint16));

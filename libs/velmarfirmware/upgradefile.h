@@ -31,11 +31,12 @@ public:
         dotted, as in "1.2.3.4"; an empty one is stored as 0. The low 16 bits of \a modelId are
         stored. Memory: a fixed buffer and 264 bytes a file, whatever the size of the files.
 
-        Returns an empty string if a file is missing, empty, cannot be deciphered or changes while
-        it is read, or if a destination path takes more than 256 bytes; the log names the cause. A
-        partly written image then stays until the next call removes it, and so does the plain copy
-        of the file that failed. Whether the disk took every byte is not looked at here: the layer
-        that sends the image checks it first.
+        Returns an empty string if the image cannot be created, if a file is missing, empty, cannot
+        be deciphered, opened or read, or has another length than was found just before, or if a
+        destination path takes more than 256 bytes; the log names the cause. A partly written image
+        then stays until the next call removes it. So does the plain copy of the file that failed,
+        if deciphering made one, until a call that has the same file in it. Whether the disk took
+       every byte is not looked at here: the layer that sends the image checks it first.
     */
     QString makeUpgradeFile(QVector<QPair<QString, QString>> filePaths, const QString &packagePath,
                             int modelId, const QString &version);

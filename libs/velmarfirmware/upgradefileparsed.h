@@ -20,8 +20,9 @@ class UpgradeFileParsedPrivate;
     Which of the package's units and sections does the device take, with the cards that it has? The
     answer comes by signalParsedUpgradeFileFinished() and is fetched with upgradeFileParam().
 
-    Keep the object until that signal has arrived: the destructor neither stops a parse nor waits
-    for it, and leaves what the parse works on allocated. All parses of a process share their
+    Keep the object until that signal has arrived and the worker has ended (startParseFile() tells
+    how to wait for it): the destructor neither stops a parse nor waits for it, and leaves what the
+    parse works on allocated. All parses of a process share their
     readers: one must not overlap another, nor a run of CompatibilityUpgradeDat.
 */
 class VELMARFIRMWARE_EXPORT UpgradeFileParsed : public QObject {

@@ -3,6 +3,7 @@
 #include "support/fakedevice.h"
 #include "support/logtext.h"
 #include "support/statusbarrecorder.h"
+#include "support/storefile.h"
 
 #include <velmarbizmodel/catalogue.h>
 
@@ -39,6 +40,7 @@ private Q_SLOTS:
     void mcuDataFilesAreNotComparedWithOthers();
     void wholePlan_data();
     void wholePlan();
+    void deviceWithoutSections();
 
     void deviceVersion();
     void deviceVersionRefused();
@@ -455,6 +457,31 @@ void tst_Recombination::wholePlan()
     QTEST(logText(log), "logged");
 }
 
+void tst_Recombination::deviceWithoutSections()
+{
+    s_DeviceConfig bare;
+    bare.modelId = OwnModel;
+    m_device.reset();
+    m_device.reset(new FakeDevice(bare));
+    m_planning->activedDevice = m_device->handle();
+    m_planning->upgradeCfgs = { unit(OwnModel, { item("FPGA", "f"), item("MCU", "m") }) };
+    m_planning->upgradeParts = { card(OwnModel, 0, { 0, 11, 12, 65535 }) };
+    m_planning->dataFilePaths = { { "menu.json", "/menu" } };
+    s_DeviceVersion reported;
+    reported.parts.resize(1);
+    reported.parts[0].section = { { 16, "1.2.3.4", "" }, { 65535, "5.6.7.8", "" } };
+    FilePaths filePaths;
+    QString version = QStringLiteral("before");
+    const LogRecorder log;
+
+    QVERIFY(!m_planning->isAllowedRecombineFile(filePaths));
+    m_planning->findVersionBySectionName(reported, QStringLiteral("fileVersion"), version);
+
+    QCOMPARE(texts(filePaths), QStringList());
+    QCOMPARE(version, QString("before"));
+    QCOMPARE(logText(log), QByteArray("warning: filePath info is empty\n"));
+}
+
 void tst_Recombination::deviceVersion()
 {
     m_device->link().answer(
@@ -570,12 +597,6 @@ static QCborMap reportedVersion(const QString &fileVersion)
     const QCborMap part { { QLatin1String("type"), 1 },
                           { QLatin1String("section"), QCborArray { section } } };
     return { { QLatin1String("parts"), QCborArray { part } } };
-}
-
-static bool storeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
 static QByteArray storedFile(const QString &path)

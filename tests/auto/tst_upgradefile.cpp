@@ -1,10 +1,10 @@
 #include "upgradefile.h"
 #include "upgradefile_p.h"
 
+#include "support/encipheredfile.h"
 #include "support/logtext.h"
+#include "support/storefile.h"
 #include "support/unprivileged.h"
-
-#include <tzcryptrc2/cryptrc2.h>
 
 #include <QTemporaryDir>
 #include <QtEndian>
@@ -40,6 +40,7 @@ private Q_SLOTS:
     void whatIsDeciphered_data();
     void whatIsDeciphered();
     void plainCopyIsRemoved();
+    void oneFileToTwoPlaces();
     void preparedFile();
 
     void imageCannotBeCreated_data();
@@ -47,6 +48,8 @@ private Q_SLOTS:
     void imageInLockedFolder();
     void oldImageIsRemoved_data();
     void oldImageIsRemoved();
+    void linkInPlaceOfTheImage_data();
+    void linkInPlaceOfTheImage();
     void fileHasNoLength_data();
     void fileHasNoLength();
     void cannotBeDeciphered();
@@ -58,6 +61,7 @@ private Q_SLOTS:
     void lengthsAreCutTo32Bits_data();
     void lengthsAreCutTo32Bits();
     void fullDiskGoesUnnoticed();
+    void headerIsWrittenInPart();
 
 private:
     QString path(const QString &name) const { return m_folder->filePath(name); }
@@ -81,17 +85,12 @@ void tst_UpgradeFile::init()
 
 bool tst_UpgradeFile::store(const QString &name, const QByteArray &bytes) const
 {
-    QFile file(path(name));
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+    return storeFile(path(name), bytes);
 }
 
 bool tst_UpgradeFile::storeEnciphered(const QString &name, const QByteArray &bytes) const
 {
-    const QString plain = QStringLiteral("plain of ") + name;
-    return store(plain, bytes)
-        && CryptRc2().ReadFileToEncryptOrDecrypt(path(plain), path(name), CRYPTSTYLE_FILE,
-                                                 CRYPTTYPE_ENCRYPT)
-        && QFile::remove(path(plain));
+    return ::storeEnciphered(path(name), bytes);
 }
 
 QByteArray tst_UpgradeFile::stored(const QString &name) const
@@ -369,6 +368,19 @@ void tst_UpgradeFile::plainCopyIsRemoved()
     QCOMPARE(image().mid(784, 6), QByteArray("onetwo"));
 }
 
+void tst_UpgradeFile::oneFileToTwoPlaces()
+{
+    QVERIFY(storeEnciphered("one.dat", "one"));
+
+    QCOMPARE(made({ { path("one.dat"), "a" }, { path("one.dat"), "b" } }), imagePath());
+
+    // Deciphered for each of them, as the copy goes with the first.
+    QCOMPARE(image().mid(784, 6), QByteArray("oneone"));
+    QCOMPARE(image().mid(256, 2), QByteArray("a\0", 2));
+    QCOMPARE(image().mid(520, 2), QByteArray("b\0", 2));
+    QCOMPARE(fileNames(), QStringList({ "one.dat", "upgrade" }));
+}
+
 void tst_UpgradeFile::preparedFile()
 {
     QVERIFY(storeEnciphered("one.dat", "plain"));
@@ -461,6 +473,32 @@ void tst_UpgradeFile::oldImageIsRemoved()
     QCOMPARE(stored("old"), QByteArray(1000, 'o'));
 }
 
+void tst_UpgradeFile::linkInPlaceOfTheImage_data()
+{
+    QTest::addColumn<QString>("target");
+
+    QTest::newRow("to nowhere") << "nowhere";
+    QTest::newRow("to a file") << "file";
+    QTest::newRow("to a folder") << "folder";
+}
+
+void tst_UpgradeFile::linkInPlaceOfTheImage()
+{
+    QFETCH(QString, target);
+    QVERIFY(store("body.bin", "x"));
+    QVERIFY(store("file", "kept"));
+    QVERIFY(QDir().mkdir(path("folder")));
+    QVERIFY(QFile::link(path(target), imagePath()));
+
+    QCOMPARE(made({ { path("body.bin"), "a" } }), imagePath());
+
+    QVERIFY(!QFileInfo(imagePath()).isSymLink());
+    QCOMPARE(image().size(), 523);
+    QCOMPARE(stored("file"), QByteArray("kept"));
+    QVERIFY(QFileInfo(path("folder")).isDir());
+    QVERIFY(!QFile::exists(path("nowhere")));
+}
+
 void tst_UpgradeFile::fileHasNoLength_data()
 {
     QTest::addColumn<QString>("name");
@@ -518,26 +556,33 @@ void tst_UpgradeFile::folderInsteadOfFile()
 {
     QVERIFY(QDir().mkpath(path("folder.bin/full")));
     QVERIFY(QFileInfo(path("folder.bin")).size() != 0);
+    QVERIFY(store("first.bin", "abc"));
     const LogRecorder log;
 
-    QCOMPARE(made({ { path("folder.bin"), "a" } }), QString());
+    QCOMPARE(made({ { path("first.bin"), "a" }, { path("folder.bin"), "b" } }), QString());
 
     QCOMPARE(logText(log), "warning: Read file failed." + path("folder.bin").toUtf8() + "\n");
+    QCOMPARE(image(), QByteArray(784, '\0') + "abc");
+    QCOMPARE(fileNames(), QStringList({ "first.bin", "upgrade" }));
+    QVERIFY(QFileInfo(path("folder.bin/full")).isDir());
 }
 
 void tst_UpgradeFile::unreadableFile()
 {
+    QVERIFY(store("first.bin", "abc"));
     QVERIFY(store("body.bin", "x"));
     QVERIFY(::chmod(QFile::encodeName(path("body.bin")).constData(), 0) == 0);
     QVERIFY(Unprivileged::own(QFile::encodeName(m_folder->path())));
 
     const QByteArray outcome = Unprivileged::run([this] {
         const LogRecorder log;
-        const QString image = made({ { path("body.bin"), "a" } });
+        const QString image = made({ { path("first.bin"), "a" }, { path("body.bin"), "b" } });
         return image.toUtf8() + '|' + logText(log);
     });
 
     QCOMPARE(outcome, "|warning: Read file failed." + path("body.bin").toUtf8() + "\n");
+    QCOMPARE(image(), QByteArray(784, '\0') + "abc");
+    QCOMPARE(fileNames(), QStringList({ "body.bin", "first.bin", "upgrade" }));
 }
 
 void tst_UpgradeFile::unreadablePlainCopy()
@@ -616,6 +661,45 @@ void tst_UpgradeFile::fullDiskGoesUnnoticed()
     QCOMPARE(image().size(), 600);
     QCOMPARE(image().left(4),
              QByteArray("\xF0\x04\x00\x00", 4)); // 1264: what should have been there
+}
+
+namespace {
+
+constexpr rlimit ShortFiles { 100, RLIM_INFINITY }; // bytes
+constexpr rlimit FreeFiles { RLIM_INFINITY, RLIM_INFINITY };
+volatile std::sig_atomic_t refusedWrites = 0;
+
+// Called as the kernel refuses a write: first the body, then what does not fit of the header.
+void makeRoomBehindTheHeader(int)
+{
+    refusedWrites = refusedWrites + 1;
+    if (refusedWrites == 2)
+        ::setrlimit(RLIMIT_FSIZE, &FreeFiles);
+}
+
+} // namespace
+
+void tst_UpgradeFile::headerIsWrittenInPart()
+{
+    QVERIFY(store("body.bin", "xyz"));
+    QVERIFY(Unprivileged::own(QFile::encodeName(m_folder->path())));
+
+    // A process of its own, because the limit goes for all files of a process.
+    const QByteArray outcome = Unprivileged::run([this] {
+        ::signal(SIGXFSZ, &makeRoomBehindTheHeader);
+        ::setrlimit(RLIMIT_FSIZE, &ShortFiles);
+        return made({ { path("body.bin"), "/fw/a" } }).toUtf8();
+    });
+
+    QCOMPARE(outcome, imagePath().toUtf8());
+    // What the disk took stands where it belongs: 0x5555 + body 363 + path 412 + offset 9 + length
+    // 3 = 22632
+    QCOMPARE(image().mid(256),
+             QByteArray("/fw/a").leftJustified(256, '\0')
+                 + QByteArray("\x08\x01\x00\x00\x03\x00\x00\x00", 8) + QByteArray(3, '\0')
+                 + QByteArray("\x68\x58", 2));
+    QCOMPARE(image().left(13),
+             QByteArray("\x0B\x01\x00\x00\x00\x00\x00\x00\xA8\x01\x00\x01\x00", 13));
 }
 
 QTEST_APPLESS_MAIN(tst_UpgradeFile)

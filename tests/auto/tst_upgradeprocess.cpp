@@ -4,18 +4,20 @@
 #include "support/fakedevice.h"
 #include "support/logtext.h"
 #include "support/statusbarrecorder.h"
+#include "support/storefile.h"
+#include "support/translationrecorder.h"
 
 #include <velmarssproxy/devicemanager.h>
 
 #include <QCborArray>
 #include <QNetworkDatagram>
 #include <QTemporaryDir>
-#include <QTranslator>
 #include <QUdpSocket>
 #include <QtTest>
 
 #include <atomic>
 #include <functional>
+#include <limits>
 #include <mutex>
 
 using namespace Velmar::Firmware;
@@ -26,6 +28,7 @@ using Velmar::ProtoModel::Auxiliary::s_UpgradePercent;
 using Velmar::SSProxy::DeviceManager;
 
 using Step = std::function<bool(UpgradeProcessPrivate &)>;
+using Translations = QVector<QPair<QString, QString>>;
 Q_DECLARE_METATYPE(Step)
 Q_DECLARE_METATYPE(Enum::UpgradeProcessType)
 
@@ -33,6 +36,7 @@ namespace {
 
 constexpr unsigned short OwnModel = 1024;
 constexpr quint16 FpgaCode = 12;
+constexpr char Context[] = "Velmar::Firmware::Internal::UpgradeProcessPrivate";
 constexpr auto FullUpgrade = Enum::UpgradeProcessType::FullUpgrade;
 constexpr auto ReadProgressOnly = Enum::UpgradeProcessType::ReadProgressOnly;
 
@@ -54,31 +58,6 @@ public:
 private:
     mutable std::mutex m_mutex; // guards m_entries
     QStringList m_entries;
-};
-
-// Puts every text in angle brackets and notes it with its context.
-class RecordingTranslator : public QTranslator {
-public:
-    explicit RecordingTranslator(Journal &journal)
-        : m_journal(journal)
-    {
-        QCoreApplication::installTranslator(this);
-    }
-    ~RecordingTranslator() override { QCoreApplication::removeTranslator(this); }
-
-    bool isEmpty() const override { return false; }
-    QString translate(const char *context, const char *sourceText, const char *disambiguation,
-                      int n) const override
-    {
-        Q_UNUSED(disambiguation)
-        Q_UNUSED(n)
-        m_journal.add(QStringLiteral("tr ") + QLatin1String(context) + QLatin1Char('|')
-                      + QLatin1String(sourceText));
-        return QLatin1Char('<') + QLatin1String(sourceText) + QLatin1Char('>');
-    }
-
-private:
-    Journal &m_journal;
 };
 
 Velmar::BizModel::s_DeviceConfig deviceModel()
@@ -103,12 +82,6 @@ std::vector<s_CardInfoParts> chosenParts()
 QCborMap progress(int result, int rate = 0)
 {
     return { { QLatin1String("result"), result }, { QLatin1String("rate"), rate } };
-}
-
-bool storeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
 // A package with one firmware file for the device's own FPGA.
@@ -146,6 +119,24 @@ quint16 freePort()
     return socket.bind(QHostAddress(QHostAddress::LocalHost), 0) ? socket.localPort() : 0;
 }
 
+// Starts no probe behind a run: it would come in the middle of a later test.
+class QuietProcess : public UpgradeProcess {
+public:
+    QuietProcess(const std::weak_ptr<Velmar::BizModel::Device> &device,
+                 const std::vector<s_CardInfoParts> &upgradeParts,
+                 const QVector<UpgradeCfg> &upgradeCfgs, const QString &packagePath)
+        : UpgradeProcess(device, upgradeParts, upgradeCfgs, {}, packagePath)
+    {
+        UpgradeProcessPrivate::get(this)->probeRestartMs = std::numeric_limits<int>::max();
+    }
+
+    /*! Of one that only watches. */
+    explicit QuietProcess(const std::weak_ptr<Velmar::BizModel::Device> &device)
+        : QuietProcess(device, {}, {}, QString())
+    {
+    }
+};
+
 // Where the rounds of the device probe arrive.
 class ProbeTarget {
 public:
@@ -159,12 +150,35 @@ public:
 
     bool isBound() const { return m_socket.state() == QAbstractSocket::BoundState; }
     bool isAsked() const { return m_socket.hasPendingDatagrams(); }
+    bool isAskedFrom(quint16 port)
+    {
+        while (m_socket.hasPendingDatagrams()) {
+            if (m_socket.receiveDatagram().senderPort() == port)
+                return true;
+        }
+        return false;
+    }
     quint16 port() const { return m_socket.localPort(); }
     QUdpSocket &socket() { return m_socket; }
 
 private:
     QUdpSocket m_socket;
 };
+
+// Starts a probe that asks the target from a port of its own, which tells whether it is on. Returns
+// that port, 0 without success.
+quint16 startProbe(ProbeTarget &target, quint16 interval)
+{
+    for (int attempt = 0; attempt < 10; ++attempt) {
+        const quint16 port = freePort();
+        DeviceManager::instance()->startDeviceProbe(QStringLiteral("127.0.0.1"), target.port(),
+                                                    port, interval);
+        // Nobody asks if the port has been taken meanwhile.
+        if (QTest::qWaitFor([&] { return target.isAskedFrom(port); }, 2000))
+            return port;
+    }
+    return 0;
+}
 
 } // namespace
 
@@ -189,6 +203,7 @@ private Q_SLOTS:
     void failedImportLeavesImage();
     void noPartsBehindTheImage();
     void imageIsGoneAlready();
+    void imageCannotBeRemoved();
     void startWhileRunning();
     void startAgain();
     void objectIsDestroyedBehindItsRun();
@@ -196,7 +211,9 @@ private Q_SLOTS:
     // Sending
     void announcement();
     void announcementRefused();
+    void transferRefused_data();
     void transferRefused();
+    void unsoundImage();
     void sizeIsCutTo32Bits();
     void transferProgress_data();
     void transferProgress();
@@ -217,9 +234,10 @@ private Q_SLOTS:
     void deviceIsHeldThroughTheSleep();
 
     // Restarting
+    void restart_data();
     void restart();
     void probeIsArmedBeforeTheDeviceIsAsked();
-    void restartRefused();
+    void probeStartsAgainIfTheRestartIsRefused();
     void restartOfExpiredDeviceLeavesProbeAlone();
     void probeStartsOnTheCreatorsThread();
     void probeWaitsForTheCreatorsEventLoop();
@@ -354,7 +372,7 @@ void tst_UpgradeProcess::fullUpgrade()
                         .arg(request.arguments.value(QLatin1String("mode")).toInteger(-1)));
         return ScriptedLink::accepted();
     });
-    const RecordingTranslator translator(journal);
+    const TranslationRecorder translator;
     QObject receiver; // connected directly, to see the order and the thread
     connect(
         Velmar::BizModel::DeviceList::instance(),
@@ -364,8 +382,7 @@ void tst_UpgradeProcess::fullUpgrade()
             journal.add(QStringLiteral("status %1 %2").arg(milliseconds).arg(text));
         },
         Qt::DirectConnection);
-    UpgradeProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), {},
-                           package.path());
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     worker->pollIntervalMs = 1;
     connect(
@@ -385,28 +402,29 @@ void tst_UpgradeProcess::fullUpgrade()
     process.start(FullUpgrade);
     QVERIFY(worker->wait(10000));
 
-    const QString context = QStringLiteral("tr Velmar::Firmware::Internal::UpgradeProcessPrivate|");
+    const QString mark(QChar(0xAB)); // of a translated text
     QCOMPARE(journal.entries(),
              QStringList({
                  "version.read",
-                 context + "Upgrading file processing",
-                 "status 30000 <Upgrading file processing>",
+                 "status 30000 " + mark + "Upgrading file processing",
                  "status 1 ",
                  "file.announce",
-                 context + "Sending upgrade files,current progress is %1%",
-                 "status 5000 <Sending upgrade files,current progress is 100%>",
+                 "status 5000 " + mark + "Sending upgrade files,current progress is 100%",
                  "upgrade.configure",
                  "signalStart",
                  "upgrade.progress",
                  "upgrade.progress",
                  "upgrade.progress",
                  "device.shutdown mode 0",
-                 context + "device is restarting.",
-                 context + "Upgrade successful,",
                  "signalFinished",
-                 "1 <Upgrade successful,><device is restarting.>",
+                 "1 " + mark + "Upgrade successful," + mark + "device is restarting.",
                  "disconnected",
              }));
+    QCOMPARE(translator.asked(),
+             Translations({ { Context, "Upgrading file processing" },
+                            { Context, "Sending upgrade files,current progress is %1%" },
+                            { Context, "device is restarting." },
+                            { Context, "Upgrade successful," } }));
     QCOMPARE(link.operations(),
              QStringList({ "version.read", "file.announce", "file.open", "file.data", "file.close",
                            "upgrade.configure", "upgrade.progress", "upgrade.progress",
@@ -432,8 +450,7 @@ void tst_UpgradeProcess::watchOnly()
     QVERIFY(package.isValid());
     QVERIFY(storeFile(package.imagePath(), "old"));
     answerAll();
-    UpgradeProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), {},
-                           package.path());
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
     int starts = 0;
     QStringList ends;
     QObject receiver;
@@ -519,8 +536,7 @@ void tst_UpgradeProcess::outcomes()
         link.answer(refused, ScriptedLink::refused(1, "no"));
     if (!acceptsRestart)
         link.answer("device.shutdown", ScriptedLink::refused(1, "no"));
-    UpgradeProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), {},
-                           package.path());
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
     int starts = 0;
     QVector<QPair<bool, QString>> ends;
     QObject receiver;
@@ -528,6 +544,7 @@ void tst_UpgradeProcess::outcomes()
             [&starts] { ++starts; });
     connect(&process, &UpgradeProcess::signalUpgradeFinished, &receiver,
             [&ends](bool result, const QString &text) { ends.append(qMakePair(result, text)); });
+    const TranslationRecorder translator;
     const LogRecorder log;
 
     process.start(FullUpgrade);
@@ -535,7 +552,14 @@ void tst_UpgradeProcess::outcomes()
     QVERIFY(isEnded(process));
     QCOMPARE(ends.size(), 1);
     QTEST(ends.first().first, "succeeds");
-    QTEST(ends.first().second, "text");
+    // Each of its pieces is translated by itself.
+    const QChar mark(0xAB);
+    const QString text = ends.first().second;
+    QTEST(QString(text).remove(mark), "text");
+    QVERIFY(text.startsWith(mark));
+    const QStringList pieces = text.split(mark, Qt::SkipEmptyParts);
+    for (const QString &piece : pieces)
+        QVERIFY2(translator.asked().contains({ Context, piece }), qPrintable(piece));
     QTEST(starts, "starts");
     QTEST(link.operations().last(), "lastOperation");
     QCOMPARE(link.operations().count("device.shutdown"), refused == "version.read" ? 0 : 1);
@@ -561,8 +585,7 @@ void tst_UpgradeProcess::expiredDevice()
     QFETCH(QString, text);
     const Package package;
     QVERIFY(package.isValid());
-    UpgradeProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), {},
-                           package.path());
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
     m_device->expire();
     int starts = 0;
     QStringList ends;
@@ -591,8 +614,7 @@ void tst_UpgradeProcess::failedImportLeavesImage()
     QVERIFY(package.isValid());
     answerAll();
     m_device->link().queue("file.announce", ScriptedLink::refused(1, "no"));
-    UpgradeProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), {},
-                           package.path());
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     const LogRecorder log;
 
@@ -622,8 +644,7 @@ void tst_UpgradeProcess::noPartsBehindTheImage()
     const Package package;
     QVERIFY(package.isValid());
     answerAll();
-    UpgradeProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), {},
-                           package.path());
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     m_device->link().handle("file.close", [worker](const LinkRequest &) {
         worker->upgradeParts.clear(); // on the worker itself
@@ -654,8 +675,7 @@ void tst_UpgradeProcess::imageIsGoneAlready()
         QFile::remove(package.imagePath());
         return ScriptedLink::accepted();
     });
-    UpgradeProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), {},
-                           package.path());
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
     QStringList ends;
     QObject receiver;
     connect(&process, &UpgradeProcess::signalUpgradeFinished, &receiver,
@@ -669,6 +689,33 @@ void tst_UpgradeProcess::imageIsGoneAlready()
     QCOMPARE(logText(log), QByteArray("debug: upgrade progress status:2\n"));
 }
 
+void tst_UpgradeProcess::imageCannotBeRemoved()
+{
+    const Package package;
+    QVERIFY(package.isValid());
+    answerAll();
+    // A folder that is not empty is no file that could be removed, not even by root.
+    const QString inTheWay = package.imagePath() + QStringLiteral("/full");
+    m_device->link().handle("file.close", [&](const LinkRequest &) {
+        QFile::remove(package.imagePath());
+        QDir().mkpath(inTheWay);
+        return ScriptedLink::accepted();
+    });
+    QuietProcess process(m_device->handle(), chosenParts(), package.upgradeCfgs(), package.path());
+    QStringList ends;
+    QObject receiver;
+    connect(&process, &UpgradeProcess::signalUpgradeFinished, &receiver,
+            [&ends](bool, const QString &text) { ends.append(text); });
+    const LogRecorder log;
+
+    process.start(FullUpgrade);
+
+    QVERIFY(isEnded(process));
+    QCOMPARE(ends, QStringList("Upgrade successful,device is restarting."));
+    QCOMPARE(logText(log), QByteArray("debug: upgrade progress status:2\n"));
+    QVERIFY(QFileInfo(inTheWay).isDir());
+}
+
 void tst_UpgradeProcess::startWhileRunning()
 {
     answerAll();
@@ -677,7 +724,7 @@ void tst_UpgradeProcess::startWhileRunning()
         goOn.acquire();
         return ScriptedLink::accepted(progress(2));
     });
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     int ends = 0;
     QObject receiver;
     connect(&process, &UpgradeProcess::signalUpgradeFinished, &receiver, [&ends] { ++ends; });
@@ -685,6 +732,7 @@ void tst_UpgradeProcess::startWhileRunning()
 
     process.start(ReadProgressOnly);
     QTRY_COMPARE(m_device->link().operations(), QStringList("upgrade.progress"));
+    QCOMPARE(UpgradeProcessPrivate::get(&process)->priority(), QThread::InheritPriority);
     process.start(ReadProgressOnly);
     goOn.release(2);
 
@@ -696,7 +744,7 @@ void tst_UpgradeProcess::startWhileRunning()
 void tst_UpgradeProcess::startAgain()
 {
     answerAll();
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     std::atomic<QThread *> worker { nullptr };
     int ends = 0;
     QObject receiver;
@@ -722,9 +770,7 @@ void tst_UpgradeProcess::objectIsDestroyedBehindItsRun()
     ProbeTarget target;
     QVERIFY(target.isBound());
     answerAll();
-    auto process =
-        std::make_unique<UpgradeProcess>(m_device->handle(), std::vector<s_CardInfoParts>(),
-                                         QVector<UpgradeCfg>(), QVector<DataFilePath>(), QString());
+    auto process = std::make_unique<QuietProcess>(m_device->handle());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(process.get());
     worker->probeRestartMs = 1;
     const LogRecorder log;
@@ -750,6 +796,7 @@ void tst_UpgradeProcess::announcement()
 
     QVERIFY(steps.importUpgradeFile(image));
 
+    // Further fields would be told if they were not zero.
     const QCborMap info { { QLatin1String("fileId"), 0 },
                           { QLatin1String("fileType"), 13 },
                           { QLatin1String("fileName"), QString("") },
@@ -784,12 +831,24 @@ void tst_UpgradeProcess::announcementRefused()
     QVERIFY(QFile::exists(package.imagePath()));
 }
 
+void tst_UpgradeProcess::transferRefused_data()
+{
+    QTest::addColumn<QString>("refused");
+    QTest::addColumn<QStringList>("operations");
+
+    QTest::newRow("before the first byte")
+        << "file.open" << QStringList({ "file.announce", "file.open" });
+    QTest::newRow("with the first bytes")
+        << "file.data" << QStringList({ "file.announce", "file.open", "file.data" });
+}
+
 void tst_UpgradeProcess::transferRefused()
 {
+    QFETCH(QString, refused);
     const Package package;
     QVERIFY(package.isValid());
     answerAll();
-    m_device->link().answer("file.open", ScriptedLink::refused(1, "no"));
+    m_device->link().answer(refused, ScriptedLink::refused(1, "no"));
     UpgradeFile upgradeFile(nullptr);
     const QString image = upgradeFile.makeUpgradeFile({ { package.path() + "/fpga.bin", "/fpga" } },
                                                       package.path(), OwnModel, QString());
@@ -800,12 +859,35 @@ void tst_UpgradeProcess::transferRefused()
 
     QVERIFY(!steps.importUpgradeFile(image));
 
-    QCOMPARE(m_device->link().operations(), QStringList({ "file.announce", "file.open" }));
+    QTEST(m_device->link().operations(), "operations");
     // Behind what the file layer has to say; the announcement has left no text.
     QVERIFY2(logText(log).endsWith("\nwarning: Fail to send upgrade file binary data:\n"),
              logText(log).constData());
-    QCOMPARE(statusBar.shown(), QStringList());
+    QCOMPARE(statusBar.shown(), QStringList()); // nothing was called back
     QVERIFY(QFile::exists(image));
+}
+
+void tst_UpgradeProcess::unsoundImage()
+{
+    const Package package;
+    QVERIFY(package.isValid());
+    answerAll();
+    UpgradeFile upgradeFile(nullptr);
+    const QString image = upgradeFile.makeUpgradeFile({ { package.path() + "/fpga.bin", "/fpga" } },
+                                                      package.path(), OwnModel, QString());
+    QFile file(image);
+    QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(520) && file.putChar('F'));
+    file.close();
+    UpgradeProcessPrivate steps(nullptr);
+    steps.activedDevice = m_device->handle();
+    const LogRecorder log;
+
+    QVERIFY(!steps.importUpgradeFile(image));
+
+    // The file layer is asked to look at the image, and does so between announcement and opening.
+    QCOMPARE(m_device->link().operations(), QStringList("file.announce"));
+    QVERIFY2(logText(log).endsWith("\nwarning: Fail to send upgrade file binary data:\n"),
+             logText(log).constData());
 }
 
 void tst_UpgradeProcess::sizeIsCutTo32Bits()
@@ -911,7 +993,7 @@ void tst_UpgradeProcess::noParts()
 void tst_UpgradeProcess::firstPollSucceeds()
 {
     answerAll();
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     worker->pollIntervalMs = 3600000; // a sleep would not end
     const LogRecorder log;
@@ -940,7 +1022,7 @@ void tst_UpgradeProcess::lastRecordStays()
     values.insert(QLatin1String("subSections"), QCborMap { { QLatin1String("rate"), 58 } });
     values.insert(QLatin1String("parts"), QCborArray { part });
     m_device->link().answer("upgrade.progress", ScriptedLink::accepted(values));
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     const LogRecorder log;
 
     process.start(ReadProgressOnly);
@@ -999,7 +1081,7 @@ void tst_UpgradeProcess::recordIsPublishedBeforeItIsJudged()
     link.answer("upgrade.progress",
                 result < 0 ? ScriptedLink::refused(1, "no")
                            : ScriptedLink::accepted(progress(result, 90)));
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     worker->pollIntervalMs = 1;
     observedProcess = &process;
@@ -1034,7 +1116,7 @@ void tst_UpgradeProcess::runningResults()
         ++polls;
         return ScriptedLink::accepted(progress(isInstalled ? 2 : result));
     });
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     worker->pollIntervalMs = 0;
     const LogRecorder log;
@@ -1079,7 +1161,7 @@ void tst_UpgradeProcess::deviceGoesAwayDuringPolling()
             m_device->expire();
         return ScriptedLink::accepted(progress(1, polls));
     });
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     UpgradeProcessPrivate::get(&process)->pollIntervalMs = 1;
     QStringList ends;
     QObject receiver;
@@ -1104,7 +1186,7 @@ void tst_UpgradeProcess::deviceGoesAwayDuringPolling()
 void tst_UpgradeProcess::recordsAreReadWhole()
 {
     answerAll();
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     worker->pollIntervalMs = 0;
     std::atomic_bool isInstalled { false };
@@ -1141,7 +1223,7 @@ void tst_UpgradeProcess::deviceIsHeldThroughTheSleep()
     m_device->link().answer("upgrade.progress", ScriptedLink::accepted(progress(1, 42)));
     const std::weak_ptr<Velmar::BizModel::Device> handle = m_device->handle();
     // Neither this object nor its sleep ends: the process ends first.
-    auto *const process = new UpgradeProcess(handle, {}, {}, {}, QString());
+    auto *const process = new QuietProcess(handle);
     UpgradeProcessPrivate::get(process)->pollIntervalMs = 3600000;
 
     process->start(ReadProgressOnly);
@@ -1156,28 +1238,40 @@ void tst_UpgradeProcess::deviceIsHeldThroughTheSleep()
     QVERIFY(!handle.expired());
 }
 
+void tst_UpgradeProcess::restart_data()
+{
+    QTest::addColumn<bool>("isAccepted");
+
+    QTest::newRow("accepted") << true;
+    QTest::newRow("refused") << false;
+}
+
 void tst_UpgradeProcess::restart()
 {
+    QFETCH(bool, isAccepted);
     ProbeTarget target;
     QVERIFY(target.isBound());
-    // A probe that asks from a port of its own, which tells whether it is on.
-    const quint16 localPort = freePort();
-    DeviceManager::instance()->startDeviceProbe("127.0.0.1", target.port(), localPort, 60000);
-    QTRY_VERIFY(target.isAsked());
+    const quint16 localPort = startProbe(target, 60000);
+    QVERIFY(localPort != 0);
     QVERIFY(!isPortFree(localPort));
-    answerAll();
+    m_device->link().answer("device.shutdown",
+                            isAccepted ? ScriptedLink::accepted()
+                                       : ScriptedLink::refused(4, "busy"));
     UpgradeProcessPrivate steps(nullptr);
     steps.activedDevice = m_device->handle();
+    steps.probeRestartMs = std::numeric_limits<int>::max();
     const LogRecorder log;
 
-    QVERIFY(steps.restartDevice());
+    QCOMPARE(steps.restartDevice(), isAccepted);
 
     QTRY_VERIFY(isPortFree(localPort));
     QCOMPARE(m_device->link().operations(), QStringList("device.shutdown"));
     QCOMPARE(m_device->link().arguments("device.shutdown").value(0),
              QCborMap({ { QLatin1String("mode"), 0 } }));
-    QVERIFY(!m_device->link().isOpen());
-    QCOMPARE(logText(log), QByteArray());
+    QCOMPARE(m_device->link().isOpen(), !isAccepted);
+    // Behind what the control layer has to say.
+    QCOMPARE(logText(log).isEmpty(), isAccepted);
+    QCOMPARE(logText(log).endsWith("\nwarning: Failed to restart!\n"), !isAccepted);
 }
 
 void tst_UpgradeProcess::probeIsArmedBeforeTheDeviceIsAsked()
@@ -1200,7 +1294,7 @@ void tst_UpgradeProcess::probeIsArmedBeforeTheDeviceIsAsked()
     QVERIFY(isProbing);
 }
 
-void tst_UpgradeProcess::restartRefused()
+void tst_UpgradeProcess::probeStartsAgainIfTheRestartIsRefused()
 {
     ProbeTarget target;
     QVERIFY(target.isBound());
@@ -1212,8 +1306,6 @@ void tst_UpgradeProcess::restartRefused()
 
     QVERIFY(!steps.restartDevice());
 
-    QVERIFY(m_device->link().isOpen());
-    QVERIFY2(logText(log).endsWith("\nwarning: Failed to restart!\n"), logText(log).constData());
     QTRY_VERIFY(target.isAsked());
 }
 
@@ -1221,9 +1313,8 @@ void tst_UpgradeProcess::restartOfExpiredDeviceLeavesProbeAlone()
 {
     ProbeTarget target;
     QVERIFY(target.isBound());
-    const quint16 localPort = freePort();
-    DeviceManager::instance()->startDeviceProbe("127.0.0.1", target.port(), localPort, 1);
-    QTRY_VERIFY(target.isAsked());
+    const quint16 localPort = startProbe(target, 1);
+    QVERIFY(localPort != 0);
     UpgradeProcessPrivate steps(nullptr);
     steps.probeRestartMs = 0;
     const LogRecorder log;
@@ -1253,7 +1344,7 @@ void tst_UpgradeProcess::probeStartsOnTheCreatorsThread()
     QMetaObject::invokeMethod(
         &onCreator,
         [&] {
-            auto *const process = new UpgradeProcess(m_device->handle(), {}, {}, {}, QString());
+            auto *const process = new QuietProcess(m_device->handle());
             worker = UpgradeProcessPrivate::get(process);
             worker->probeRestartMs = 1;
             process->start(ReadProgressOnly);
@@ -1274,7 +1365,7 @@ void tst_UpgradeProcess::probeWaitsForTheCreatorsEventLoop()
     ProbeTarget target;
     QVERIFY(target.isBound());
     answerAll();
-    UpgradeProcess process(m_device->handle(), {}, {}, {}, QString());
+    QuietProcess process(m_device->handle());
     UpgradeProcessPrivate *const worker = UpgradeProcessPrivate::get(&process);
     worker->probeRestartMs = 0;
     const LogRecorder log;

@@ -41,11 +41,6 @@ inline bool operator==(const UpgradeFileItem &left, const UpgradeFileItem &right
         && left.targetPath == right.targetPath;
 }
 
-inline bool operator!=(const UpgradeFileItem &left, const UpgradeFileItem &right)
-{
-    return !(left == right);
-}
-
 /*! One upgradable unit of a package: a controller's image set, or one kind of card. */
 struct UpgradeCfg {
     QString path; //!< folder of the unit, or the image configuration file
