@@ -9,11 +9,17 @@
 #include <QCborValue>
 #include <QtTest>
 
+#include <type_traits>
+
 using namespace Velmar::ProtoModel::Auxiliary;
 using Velmar::BizModel::LinkRequest;
 using Velmar::ModelControl::Auxiliary;
 using Velmar::ModelControl::LinkPolicy;
 using Outcome = Velmar::BizModel::LinkAnswer::Outcome;
+
+// Whoever derives from them may delete by the base.
+static_assert(std::has_virtual_destructor_v<Auxiliary>);
+static_assert(std::has_virtual_destructor_v<Velmar::ModelControl::Device>);
 
 namespace {
 

@@ -6,9 +6,15 @@
 #include <QCborValue>
 #include <QtTest>
 
+#include <type_traits>
+
 using namespace Velmar::SSProxy;
 using Velmar::BizModel::LinkAnswer;
 using Outcome = Velmar::BizModel::LinkAnswer::Outcome;
+
+// Whoever derives from them may delete by the base.
+static_assert(std::has_virtual_destructor_v<IDeviceCommand>);
+static_assert(std::has_virtual_destructor_v<DeviceRequestCommand>);
 
 class tst_DeviceChannel : public QObject {
     Q_OBJECT

@@ -12,6 +12,8 @@
 #include <QThread>
 #include <QtTest>
 
+#include <type_traits>
+
 using Velmar::BizModel::LinkAnswer;
 using Velmar::BizModel::LinkRequest;
 using Velmar::ModelControl::File;
@@ -19,6 +21,9 @@ using Velmar::ModelControl::LinkPolicy;
 using Velmar::ProtoModel::File::s_FileInfo;
 using FileType = Velmar::BizModel::Enum::File::FileType;
 using Outcome = Velmar::BizModel::LinkAnswer::Outcome;
+
+// Whoever derives from it may delete by the base.
+static_assert(std::has_virtual_destructor_v<File>);
 
 namespace {
 
@@ -87,6 +92,7 @@ private Q_SLOTS:
     void cleanup();
 
     void announces();
+    void announcesFurtherFields();
     void announcementRefused_data();
     void announcementRefused();
     void announcementIsRepeatedIfNotDelivered();
@@ -195,6 +201,22 @@ void tst_FileTransfer::announces()
              QString("{\"files\": ["
                      "{\"fileId\": 0, \"fileType\": 13, \"fileName\": \"\", \"fileSize\": 1234}, "
                      "{\"fileId\": 1, \"fileType\": 0, \"fileName\": \"N/A\", \"fileSize\": -1}"
+                     "]}"));
+}
+
+void tst_FileTransfer::announcesFurtherFields()
+{
+    s_FileInfo image;
+    image.fileVersion = -2;
+    image.checksum = 0xFFFFFFFF;
+    QString errorText;
+
+    QVERIFY(File(m_device->handle()).importFile({ image }, errorText));
+
+    QCOMPARE(QCborValue(m_device->link().requests().first().arguments).toDiagnosticNotation(),
+             QString("{\"files\": ["
+                     "{\"fileId\": 0, \"fileType\": 0, \"fileName\": \"N/A\", \"fileSize\": 0, "
+                     "\"fileVersion\": -2, \"checksum\": 4294967295}"
                      "]}"));
 }
 

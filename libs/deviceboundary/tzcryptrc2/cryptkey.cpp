@@ -19,8 +19,9 @@ struct ProcessKey {
 
 ProcessKey &processKey()
 {
-    static ProcessKey instance;
-    return instance;
+    // Never destroyed: a worker thread may still decipher while the process ends.
+    static ProcessKey *const instance = new ProcessKey;
+    return *instance;
 }
 
 bool isValid(const CryptKey &key)

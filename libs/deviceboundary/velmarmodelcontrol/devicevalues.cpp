@@ -213,6 +213,10 @@ QCborMap announceArguments(const std::vector<ProtoModel::File::s_FileInfo> &file
         info.insert(QLatin1String("fileType"), file.fileType);
         info.insert(QLatin1String("fileName"), QString::fromStdString(file.fileName));
         info.insert(QLatin1String("fileSize"), file.fileSize);
+        if (file.fileVersion != 0)
+            info.insert(QLatin1String("fileVersion"), file.fileVersion);
+        if (file.checksum != 0)
+            info.insert(QLatin1String("checksum"), qint64(file.checksum));
         infos.append(info);
     }
     QCborMap arguments;

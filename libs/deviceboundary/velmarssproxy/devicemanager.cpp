@@ -12,15 +12,13 @@ DeviceManager::DeviceManager()
     qRegisterMetaType<DiscoveredDevice>();
 }
 
-DeviceManager::~DeviceManager()
-{
-    qRemovePostRoutine(&DeviceManager::endProbe);
-}
+DeviceManager::~DeviceManager() = default;
 
 DeviceManager *DeviceManager::instance()
 {
-    static DeviceManager manager;
-    return &manager;
+    // Never destroyed: a worker thread may still stop the probe while the process ends.
+    static DeviceManager *const manager = new DeviceManager;
+    return manager;
 }
 
 void DeviceManager::setProbeTarget(const ProbeTarget &target)
@@ -41,8 +39,7 @@ void DeviceManager::startDeviceProbe(const QString &address, const unsigned shor
         qAddPostRoutine(&DeviceManager::endProbe);
 }
 
-// Called as the application object goes: what Qt's threads and sockets need is still whole then,
-// and no longer when this object goes.
+// Called as the application object goes: what Qt's threads and sockets need is still whole then.
 void DeviceManager::endProbe()
 {
     instance()->d->endThread();

@@ -24,8 +24,8 @@ struct s_FileInfo {
     int fileType = 0; //!< a number of BizModel::Enum::File::FileType
     std::string fileName = "N/A";
     int fileSize = 0; //!< bytes
-    int fileVersion = 0; //!< 0: not told
-    unsigned int checksum = 0; //!< 0: not told
+    int fileVersion = 0; //!< for devices that want it; 0: the device is not told
+    unsigned int checksum = 0; //!< for devices that want it; 0: the device is not told
 };
 
 } // namespace Velmar::ProtoModel::File

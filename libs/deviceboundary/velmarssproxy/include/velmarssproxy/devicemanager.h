@@ -44,7 +44,6 @@ class VELMARSSPROXY_EXPORT DeviceManager : public QObject {
 
 public:
     static DeviceManager *instance();
-    ~DeviceManager() override;
 
     /*! Sets what empty and 0 mean in startDeviceProbe(). A probe that is on goes on as it was. */
     void setProbeTarget(const ProbeTarget &target);
@@ -72,6 +71,7 @@ Q_SIGNALS:
 
 private:
     DeviceManager();
+    ~DeviceManager() override; // nobody calls it: workers may use the object to the very end
     static void endProbe();
 
     const std::unique_ptr<Internal::DeviceProbe> d;
