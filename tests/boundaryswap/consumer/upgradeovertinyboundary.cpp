@@ -45,6 +45,35 @@ QString upgrade(const Package &package)
     return text;
 }
 
+bool isEqual(const char *what, const QStringList &actual, const QStringList &expected)
+{
+    if (actual != expected)
+        std::fprintf(stderr, "%s: %s\n", what, qPrintable(actual.join(QStringLiteral(", "))));
+    return actual == expected;
+}
+
+QStringList warnings; // written by a worker, read behind its end
+
+void noteWarning(QtMsgType type, const QMessageLogContext &, const QString &text)
+{
+    if (type == QtWarningMsg)
+        warnings.append(text);
+}
+
+// The cause that is logged is what the announcement said, as the transfer tells none.
+bool isTransferFailureTold(const Package &package)
+{
+    TinyBoundary::setTakingFiles(false);
+    const QtMessageHandler before = qInstallMessageHandler(noteWarning);
+    const QString text = upgrade(package);
+    qInstallMessageHandler(before);
+    TinyBoundary::setTakingFiles(true);
+    return isEqual("warnings", warnings,
+                   { QStringLiteral("Fail to send upgrade file binary data:running low on room") })
+        && isEqual("the upgrade ended with", { text },
+                   { QStringLiteral("Failed to import upgrade file,device is restarting.") });
+}
+
 } // namespace
 
 // Parses a package and upgrades the tiny boundary's device with it, and looks which of the
@@ -75,11 +104,18 @@ int main(int argc, char *argv[])
     Velmar::Firmware::UpgradeFileParsed parser(package.path(), false, false, 0, 0);
     if (!package.parse(parser))
         return 1;
-    const QString text = upgrade(package);
-    if (text != QLatin1String("Upgrade successful,device is restarting.")) {
-        std::fprintf(stderr, "the upgrade ended with: %s\n", qPrintable(text));
+    QStringList shown;
+    QObject::connect(
+        DeviceList::instance(), &DeviceList::signalShowStatusBarMsg, DeviceList::instance(),
+        [&shown](Velmar::BizModel::Enum::StatusBarMsgType, const QString &text, int) {
+            shown.append(text);
+        },
+        Qt::DirectConnection);
+    if (!isEqual("the upgrade ended with", { upgrade(package) },
+                 { QStringLiteral("Upgrade successful,device is restarting.") })
+        // A transfer that never calls back shows no percentage.
+        || !isEqual("shown", shown, { QStringLiteral("Upgrading file processing"), QString() }))
         return 1;
-    }
 
     const QStringList expected {
         QStringLiteral("loadXml"),
@@ -98,10 +134,8 @@ int main(int argc, char *argv[])
     };
     QStringList calls = TinyBoundary::notedCalls();
     calls.erase(std::unique(calls.begin(), calls.end()), calls.end()); // how often is not told here
-    if (calls != expected) {
-        std::fprintf(stderr, "calls: %s\n", qPrintable(calls.join(QStringLiteral(", "))));
+    if (!isEqual("calls", calls, expected))
         return 1;
-    }
 
     for (const char *bytes :
          { "plain text of the loader", "bytes of the scaler", "/boot/loader" }) {
@@ -110,5 +144,5 @@ int main(int argc, char *argv[])
             return 1;
         }
     }
-    return 0;
+    return isTransferFailureTold(package) ? 0 : 1;
 }

@@ -7,8 +7,9 @@ namespace TinyBoundary {
 
 namespace {
 
-QMutex s_mutex; // guards the two below
+QMutex s_mutex; // guards the three below
 QStringList s_calls;
+bool s_isTakingFiles = true;
 QByteArray s_sentBytes;
 
 } // namespace
@@ -23,6 +24,18 @@ QStringList notedCalls()
 {
     const QMutexLocker locker(&s_mutex);
     return s_calls;
+}
+
+bool isTakingFiles()
+{
+    const QMutexLocker locker(&s_mutex);
+    return s_isTakingFiles;
+}
+
+void setTakingFiles(bool isTakingFiles)
+{
+    const QMutexLocker locker(&s_mutex);
+    s_isTakingFiles = isTakingFiles;
 }
 
 QByteArray sentBytes()

@@ -56,21 +56,23 @@ File::File(std::weak_ptr<BizModel::Device>) { }
 
 File::~File() = default;
 
-bool File::importFile(const std::vector<ProtoModel::File::s_FileInfo> &, QString &)
+// Accepts, and has something to say all the same.
+bool File::importFile(const std::vector<ProtoModel::File::s_FileInfo> &, QString &errorText)
 {
     TinyBoundary::note(QStringLiteral("importFile"));
+    errorText = QStringLiteral("running low on room");
     return true;
 }
 
+// Never calls back: this device has no idea how far it is.
 bool File::writeFileBinary(const QString &path, BizModel::Enum::File::FileType, int,
-                           std::function<void(bool, int, QString)> callback, bool)
+                           std::function<void(bool, int, QString)>, bool)
 {
     TinyBoundary::note(QStringLiteral("writeFileBinary"));
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!TinyBoundary::isTakingFiles() || !file.open(QIODevice::ReadOnly))
         return false;
     TinyBoundary::setSentBytes(file.readAll());
-    callback(true, 100, QString());
     return true;
 }
 

@@ -13,6 +13,10 @@ void note(const QString &call);
 /*! The calls so far, in order. */
 QStringList notedCalls();
 
+/*! Whether the device takes files; it does from the start. */
+bool isTakingFiles();
+void setTakingFiles(bool isTakingFiles);
+
 /*! The bytes of the last file that was sent to the device. */
 QByteArray sentBytes();
 void setSentBytes(const QByteArray &bytes);
