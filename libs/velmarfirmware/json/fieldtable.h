@@ -104,6 +104,7 @@ template<class Record> constexpr void checkBinding()
     constexpr auto &Table = FieldTable<Record>;
     static_assert(Table.size() == std::tuple_size_v<decltype(Record::Members)>,
                   "A record has as many names in Keys as Members");
+    static_assert(Table.size() > 0, "A record has at least one member");
     static_assert(areNamesSound(Table),
                   "The names of a record are distinct, printable ASCII without quote or backslash");
 }

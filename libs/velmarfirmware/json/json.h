@@ -21,8 +21,8 @@ namespace ajson {
     Reads \a text, up to its first NUL, into \a document and answers whether it is one.
 
     \a document is not emptied first: lists grow, and what the text does not name stays. Anything
-    behind the first complete value is ignored. If reading fails, \a error is the whole message,
-   with line and column, and \a document may be partly filled; otherwise \a error stays as it is.
+    behind the first complete value is ignored. On failure, \a error is the whole message, with line
+    and column, and \a document may be partly filled; on success \a error stays as it is.
 
     Does not return if the value of an unknown key is or holds an array that breaks off, or that
     holds a ':' or '}' where a value should stand. A text from an untrusted peer is therefore to be
@@ -31,6 +31,8 @@ namespace ajson {
 template<class Document>
 bool decodeJson(const std::string &text, Document &document, std::string &error)
 {
+    static_assert(!Internal::IsLeaf<Document>, "A document is a record or a list");
+
     try {
         Reader reader(text.c_str());
         reader.next();

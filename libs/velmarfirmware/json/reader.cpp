@@ -119,7 +119,7 @@ void Reader::error(const char *message) const
 const char *Reader::skipBlanks(const char *place, std::size_t indentation)
 {
     const char *const line = place + 1;
-    if (*place == '\n' && indentation < static_cast<std::size_t>(m_end - line)
+    if (*place == '\n' && indentation <= static_cast<std::size_t>(m_end - line)
         && Internal::areSpaces(m_input, line + indentation, indentation)) {
         m_indentation = indentation;
         return line + indentation;

@@ -22,7 +22,6 @@ template<class Type>
 inline constexpr bool IsLeaf = std::is_integral_v<Type> || std::is_same_v<Type, std::string>;
 
 template<Level level, class Record> void readRecord(Reader &reader, Record &record);
-
 template<Level level, class Element> void readList(Reader &reader, std::vector<Element> &list);
 
 /*! Reads the value that begins with the current token. */

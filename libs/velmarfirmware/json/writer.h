@@ -10,8 +10,8 @@
 #include <type_traits>
 
 /*!
-    Writing of single values. Each writeLeaf() puts its value at \a place, where there has to be
-   room for roomOfLeaf() the value, and answers the place behind it.
+    Writing of single values: each writeLeaf() puts its value at \a place and answers the place
+    behind it. There has to be room for roomOfLeaf() the value.
 */
 namespace ajson {
 
@@ -65,8 +65,8 @@ template<class Integer> char *writeLeaf(char *place, Integer value)
     \a text in quotes, as pure ASCII.
 
     A NUL, or the first byte that is no valid UTF-8, ends the text without a word. A code point
-   above 0xFFFF comes as two groups of four digits, of its high and of its low 16 bits: these are no
-    surrogate pair.
+    above 0xFFFF is written as two groups of four digits, one for its high and one for its low 16
+    bits, which are no surrogate pair.
 */
 char *writeLeaf(char *place, const std::string &text);
 
