@@ -15,6 +15,8 @@
     The searches look at 16 bytes at a time where the processor can and as long as 16 are left; the
     byte by byte loop behind each one does the rest, and all of it on other processors or with
     AJSON_BYTE_BY_BYTE defined. None reads at \a end or behind it.
+
+    What the short cuts of reading need is always inlined: a call would cost as much as the work.
 */
 namespace ajson::Internal {
 
@@ -93,7 +95,7 @@ inline unsigned bitsOf(__m128i comparison)
 #endif
 
 /*! The first quote, backslash or LF of a quoted string's text, or \a end. */
-inline const char *findStringStop(const char *text, const char *end)
+[[gnu::always_inline]] inline const char *findStringStop(const char *text, const char *end)
 {
 #ifdef AJSON_SIXTEEN_BYTES
     for (; end - text >= 16; text += 16) {
@@ -131,7 +133,7 @@ inline const char *findNonBlank(const char *text, const char *end)
 }
 
 /*! Whether the \a count bytes before \a end, none of them before \a begin, are spaces. */
-inline bool areSpaces(const char *begin, const char *end, std::size_t count)
+[[gnu::always_inline]] inline bool areSpaces(const char *begin, const char *end, std::size_t count)
 {
 #ifdef AJSON_SIXTEEN_BYTES
     if (end - begin >= 16 && count <= 32) {

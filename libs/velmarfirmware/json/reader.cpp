@@ -114,19 +114,6 @@ void Reader::error(const char *message) const
                     + " msg:" + message);
 }
 
-// Skips the blanks at place: a line feed with that indentation and no more, or all of them. The
-// guess is only compared; a search would make each token wait for the result of the one before it.
-const char *Reader::skipBlanks(const char *place, std::size_t indentation)
-{
-    const char *const line = place + 1;
-    if (*place == '\n' && indentation <= static_cast<std::size_t>(m_end - line)
-        && Internal::areSpaces(m_input, line + indentation, indentation)) {
-        m_indentation = indentation;
-        return line + indentation;
-    }
-    return findNonBlank(place);
-}
-
 // The first character from place on that is no blank, or m_end.
 const char *Reader::findNonBlank(const char *place)
 {
