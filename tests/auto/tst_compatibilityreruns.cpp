@@ -12,6 +12,9 @@
 
 #include <QtTest>
 
+#include <algorithm>
+#include <limits>
+
 #include <malloc.h>
 
 using TZ::ZLoad::DataPackage;
@@ -26,8 +29,9 @@ namespace {
 
 constexpr int ModelId = 0x7701;
 constexpr int WarmUpRuns = 20; // make what is made once
-constexpr int Runs = 200;
-constexpr qint64 ToleratedBytes = 80; // a run, for odd ends of the heap's blocks
+constexpr int Runs = 200; // in a row
+constexpr int Rows = 3;
+constexpr qint64 ToleratedBytes = 40; // a run, for odd ends of the heap's blocks
 
 int entryCount(const char *folder)
 {
@@ -160,12 +164,18 @@ void tst_CompatibilityReruns::nothingPilesUp()
     QVERIFY(run(WarmUpRuns));
 
     QVERIFY(areWorkersGone());
-    const qint64 bytes = heapBytes();
-    QVERIFY(run(Runs));
-    QVERIFY(areWorkersGone());
-    const qint64 growth = heapBytes() - bytes;
 
-    QCOMPARE(goodEnds, ack == 0 ? WarmUpRuns + Runs : 0);
+    // A heap may have a buffer more at the end of some runs than before them. Of several rows of
+    // runs, a leak shows in each.
+    qint64 growth = std::numeric_limits<qint64>::max();
+    for (int row = 0; row < Rows; ++row) {
+        const qint64 bytes = heapBytes();
+        QVERIFY(run(Runs));
+        QVERIFY(areWorkersGone());
+        growth = std::min(growth, heapBytes() - bytes);
+    }
+
+    QCOMPARE(goodEnds, ack == 0 ? WarmUpRuns + Rows * Runs : 0);
     QCOMPARE(entryCount("/proc/self/fd"), handles);
     QVERIFY2(growth <= Runs * (dropped + ToleratedBytes), qPrintable(QString::number(growth)));
     QCOMPARE(QDir(m_package.path("controller")).entryList(QDir::Files),
