@@ -79,6 +79,9 @@ protected:
     /*! Ends the run with \a result, unless its time limit has passed before. */
     void finish(bool result, const QString &text);
 
+    /*! Ends the run with Outcome::TimedOut. */
+    void slotTimeLimit();
+
     /*! Whether a worker may still use what this object has; a destructor keeps it then. */
     bool isWorkerAlive() const;
 
@@ -90,8 +93,6 @@ protected:
 
 private:
     Q_DISABLE_COPY_MOVE(DeviceRun)
-
-    void slotTimeLimit();
 
     QTimer m_timeLimit;
     std::chrono::milliseconds m_workerEndLimit { 5000 };

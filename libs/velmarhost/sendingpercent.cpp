@@ -4,11 +4,10 @@
 
 namespace Velmar::Host {
 
-std::optional<int> sendingPercent(const QString &statusText)
+namespace {
+
+std::optional<int> percentIn(const QString &statusText, const QString &pattern)
 {
-    const auto pattern =
-        QCoreApplication::translate("Velmar::Firmware::Internal::UpgradeProcessPrivate",
-                                    "Sending upgrade files,current progress is %1%");
     const int place = pattern.indexOf(QLatin1String("%1"));
     const auto before = pattern.left(place);
     const auto after = pattern.mid(place + 2);
@@ -18,6 +17,24 @@ std::optional<int> sendingPercent(const QString &statusText)
     bool isNumber = false;
     const int percent = statusText.midRef(place, length).toInt(&isNumber);
     return isNumber ? std::make_optional(percent) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<int> sendingPercent(const QString &statusText)
+{
+    return percentIn(
+        statusText,
+        QCoreApplication::translate("Velmar::Firmware::Internal::UpgradeProcessPrivate",
+                                    "Sending upgrade files,current progress is %1%"));
+}
+
+std::optional<int> uploadPercent(const QString &statusText)
+{
+    return percentIn(
+        statusText,
+        QCoreApplication::translate("Velmar::Firmware::Internal::UpgradeFileOfHTTPPrivate",
+                                    "Upload file progress: %1%"));
 }
 
 } // namespace Velmar::Host

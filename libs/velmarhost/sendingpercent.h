@@ -15,6 +15,9 @@ namespace Velmar::Host {
 */
 std::optional<int> sendingPercent(const QString &statusText);
 
+/*! The same for an upload over HTTP. */
+std::optional<int> uploadPercent(const QString &statusText);
+
 } // namespace Velmar::Host
 
 #endif // VELMARHOST_SENDINGPERCENT_H
