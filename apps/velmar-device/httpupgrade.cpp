@@ -15,7 +15,7 @@ namespace Velmar::Simulator {
 namespace {
 
 constexpr int ToldMs = 300; // for answers that are still on their way
-constexpr int UntoldMs = 3000; // for a host to ask once more
+constexpr int UntoldMs = 10000; // for a host to ask once more
 constexpr int Done = 2;
 constexpr int Failed = 3;
 

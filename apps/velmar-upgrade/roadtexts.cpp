@@ -39,6 +39,23 @@ RoadTexts nativeRoadTexts(const QString &address)
              nativeAdvice };
 }
 
+RoadTexts httpRoadTexts()
+{
+    return { [](DeviceRun::Stage stage) {
+                return stage <= DeviceRun::Stage::Preparing
+                    ? QStringLiteral("Nothing had been sent: the device stays as it was")
+                    : QStringLiteral("A device that has the whole image installs it by itself, and "
+                                     "restarts");
+            },
+             [](DeviceRun::Stage stage) {
+                 return stage <= DeviceRun::Stage::Preparing
+                     ? QStringLiteral("the device has installed nothing; upgrade again once the "
+                                      "cause is removed")
+                     : QStringLiteral("see with --verbose what the device answered, and upgrade "
+                                      "again when it is back");
+             } };
+}
+
 RoadTexts registerRoadTexts()
 {
     return { [](DeviceRun::Stage) {

@@ -20,4 +20,6 @@ RoadTexts nativeRoadTexts(const QString &address);
 
 RoadTexts registerRoadTexts();
 
+RoadTexts httpRoadTexts();
+
 #endif // VELMARUPGRADE_ROADTEXTS_H

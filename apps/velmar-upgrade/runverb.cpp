@@ -2,6 +2,7 @@
 
 #include "console.h"
 #include "devicesession.h"
+#include "httprun.h"
 #include "logcapture.h"
 #include "modelnames.h"
 #include "offer.h"
@@ -32,6 +33,11 @@ const auto Card = QStringLiteral("card");
 const auto Road = QStringLiteral("road");
 const auto NativeRoad = QStringLiteral("native");
 const auto RegisterRoad = QStringLiteral("registers");
+const auto HttpRoad = QStringLiteral("http");
+const auto File = QStringLiteral("file");
+const auto Compatibility = QStringLiteral("compatibility");
+const auto HttpHost = QStringLiteral("http-host");
+const auto StallTimeout = QStringLiteral("stall-timeout");
 
 void describeOptions(CommandLine &options)
 {
@@ -44,10 +50,26 @@ void describeOptions(CommandLine &options)
                                      "control. Repeatable."),
                       QStringLiteral("SLOT"));
     options.addOption(Road,
-                      QStringLiteral("How the device gets its firmware: \"%1\", or \"%2\" for the "
-                                     "main control's MCU register by register; %1 unless set.")
-                          .arg(NativeRoad, RegisterRoad),
+                      QStringLiteral("How the device gets its firmware: \"%1\", \"%3\" for the "
+                                     "device's HTTP service, or \"%2\" for the main control's MCU "
+                                     "register by register; %1 unless set.")
+                          .arg(NativeRoad, RegisterRoad, HttpRoad),
                       QStringLiteral("ROAD"), NativeRoad);
+    options.addOption(File,
+                      QStringLiteral("With --road http: the image to upload, for what is chosen."),
+                      QStringLiteral("FILE"));
+    options.addOption(Compatibility,
+                      QStringLiteral("With --road http: let the device's version decide on the "
+                                     "generation of its service; the newer one otherwise."));
+    options.addOption(HttpHost,
+                      QStringLiteral("With --road http: host of the service, which listens on port "
+                                     "8080; the device's unless set."),
+                      QStringLiteral("HOST"));
+    options.addOption(
+        StallTimeout,
+        QStringLiteral("With --road http: give up when nothing is heard of the device "
+                       "for so long, from 1 to 86400; 60 unless set."),
+        QStringLiteral("SECONDS"), QStringLiteral("60"));
     options.addOption(QStringLiteral("yes"), QStringLiteral("Do not ask before the upgrade."));
     options.addTimeout();
     options.addOption(QStringLiteral("key-file"),
@@ -70,26 +92,33 @@ QString choiceText(const Selection &selection, const DeviceSession &session,
     return text;
 }
 
+bool isUsageError(const QString &sentence)
+{
+    complain(HostExitCode::Usage, sentence);
+    return true;
+}
+
 /*! Whether --road and what depends on it are in order; tells the error if not. */
 bool isRoadInOrder(const CommandLine &options)
 {
     const auto road = options.value(Road);
-    if (road == NativeRoad)
-        return true;
-    if (road != RegisterRoad) {
-        complain(HostExitCode::Usage,
-                 QStringLiteral("--road: there is no road \"%1\". There are: %2, %3")
-                     .arg(printable(road), NativeRoad, RegisterRoad));
-        return false;
-    }
-    if (options.isSet(Section) || options.isSet(Card)) {
-        complain(
-            HostExitCode::Usage,
+    const bool isHttp = road == HttpRoad;
+    if (!isHttp && road != NativeRoad && road != RegisterRoad)
+        return !isUsageError(
+            QStringLiteral("--road: there is no road \"%1\". There are: %2, %3, %4")
+                .arg(printable(road), NativeRoad, HttpRoad, RegisterRoad));
+    if (road == RegisterRoad && (options.isSet(Section) || options.isSet(Card)))
+        return !isUsageError(
             QStringLiteral("Nothing but the main control's MCU goes register by register. Leave "
                            "--section and --card out"));
-        return false;
+    for (const auto &option : { File, Compatibility, HttpHost, StallTimeout }) {
+        if (!isHttp && options.isSet(option))
+            return !isUsageError(QStringLiteral("--%1 is for --road http alone").arg(option));
     }
-    return true;
+    if (isHttp && !options.isSet(File))
+        return !isUsageError(
+            QStringLiteral("--road http uploads an image. Name it with --file FILE"));
+    return !isHttp || options.number(StallTimeout, 1, 86400);
 }
 
 /*! Chooses for the road of \a options what of \a units fits; tells the error if that is nothing. */
@@ -171,6 +200,15 @@ HostExitCode runVerb(const QStringList &arguments)
         RegisterRun run(session->device()->link(), registerParts(selection));
         return supervise(
             run, [&] { run.start(rest); }, registerRoadTexts(), isVerbose, log);
+    }
+    if (options.value(Road) == HttpRoad) {
+        HttpRun run({ options.isSet(Compatibility), session->device()->link(),
+                      session->device()->modelId(), selection.cardInfoParts(),
+                      libraryPath(options.value(File)),
+                      options.isSet(HttpHost) ? options.value(HttpHost) : address->host });
+        const std::chrono::seconds stallLimit(*options.number(StallTimeout, 1, 86400));
+        return supervise(
+            run, [&] { run.start(rest, stallLimit); }, httpRoadTexts(), isVerbose, log);
     }
     UpgradeRun run({ session->device(), selection.cardInfoParts(), parse.units(),
                      parse.dataFilePaths(), path });

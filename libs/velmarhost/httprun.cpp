@@ -65,7 +65,8 @@ void HttpRun::start(std::chrono::milliseconds timeLimit, std::chrono::millisecon
     const bool isComposed = m_upgrade->doDeviceUpgradeOfHTTP();
     // A message box without an end is how the library says that nothing has begun.
     if (!isComposed || !m_box.isEmpty()) {
-        finish(false, m_box);
+        // Not before start() has returned: whoever called it is not waiting yet.
+        QTimer::singleShot(0, this, [this] { finish(false, m_box); });
         return;
     }
     m_silence.start(stallLimit);
@@ -131,7 +132,9 @@ void HttpRun::slotProgress(const s_UpgradePercent &progress)
 {
     if (stage() == Stage::Ended)
         return;
-    noteSignOfLife();
+    // 0 says nothing of this upgrade: a device that has restarted has forgotten it.
+    if (progress.result != 0)
+        noteSignOfLife();
     enter(Stage::Installing);
     Q_EMIT signalInstalling(progress);
 }

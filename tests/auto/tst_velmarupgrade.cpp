@@ -151,7 +151,18 @@ private Q_SLOTS:
         row("time limit beyond a day", { "watch", "--device", "wall", "--timeout", "86401" }, 2,
             "--timeout: \"86401\" is no number from 1 to 86400");
         row("unknown road", { "run", package, "--device", "wall", "--road", "sea" }, 2,
-            "--road: there is no road \"sea\". There are: native, registers");
+            "--road: there is no road \"sea\". There are: native, http, registers");
+        row("HTTP without an image", { "run", package, "--device", "wall", "--road", "http" }, 2,
+            "--road http uploads an image. Name it with --file FILE");
+        row("image for another road", { "run", package, "--device", "wall", "--file", "x" }, 2,
+            "--file is for --road http alone");
+        row("compatibility for another road",
+            { "run", package, "--device", "wall", "--compatibility" }, 2,
+            "--compatibility is for --road http alone");
+        row("stall limit that is none",
+            { "run", package, "--device", "wall", "--road", "http", "--file", "x",
+              "--stall-timeout", "0" },
+            2, "--stall-timeout: \"0\" is no number from 1 to 86400");
         row("section on the register road",
             { "run", package, "--device", "wall", "--road", "registers", "--section", "MCU" }, 2,
             "Nothing but the main control's MCU goes register by register. Leave --section and "

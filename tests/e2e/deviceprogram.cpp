@@ -75,12 +75,20 @@ bool DeviceProgram::startAgain()
 
 QString DeviceProgram::address() const
 {
-    return QStringLiteral("127.0.0.1:%1").arg(m_events.constFirst().value("port").toInt());
+    return endpoint("port");
 }
 
 QString DeviceProgram::probeAddress() const
 {
-    return QStringLiteral("127.0.0.1:%1").arg(m_events.constFirst().value("probePort").toInt());
+    return endpoint("probePort");
+}
+
+QString DeviceProgram::endpoint(const char *port) const
+{
+    const QJsonObject &ready = m_events.constFirst();
+    return QStringLiteral("%1:%2")
+        .arg(ready.value(QLatin1String("address")).toString())
+        .arg(ready.value(QLatin1String(port)).toInt());
 }
 
 QMap<QString, QByteArray> DeviceProgram::installedFiles() const

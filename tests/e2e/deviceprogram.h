@@ -47,6 +47,7 @@ private:
     Q_DISABLE_COPY_MOVE(DeviceProgram)
 
     void start(const QStringList &arguments);
+    QString endpoint(const char *port) const;
 
     QTemporaryDir m_folder;
     QProcess m_process;
