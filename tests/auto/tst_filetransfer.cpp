@@ -14,6 +14,8 @@
 
 #include <type_traits>
 
+#include <sys/stat.h>
+
 using Velmar::BizModel::LinkAnswer;
 using Velmar::BizModel::LinkRequest;
 using Velmar::ModelControl::File;
@@ -503,11 +505,16 @@ void tst_FileTransfer::fileThatCannotBeRead_data()
     QTest::newRow("folder") << "/";
     QTest::newRow("no path") << "";
     QTest::newRow("no regular file") << "/dev/null";
+    QTest::newRow("pipe that nobody writes to") << "pipe";
 }
 
 void tst_FileTransfer::fileThatCannotBeRead()
 {
     QFETCH(QString, path);
+    if (path == "pipe") {
+        path = m_folder->filePath("pipe");
+        QCOMPARE(mkfifo(qPrintable(path), 0600), 0);
+    }
     QVERIFY(!send(path));
     const QStringList warnings = m_log->texts(QtWarningMsg);
     QVERIFY(!warnings.isEmpty());

@@ -6,6 +6,7 @@
 
 #include <QCborValue>
 #include <QCryptographicHash>
+#include <QFileInfo>
 
 namespace Velmar::ModelControl::Internal {
 
@@ -24,11 +25,12 @@ FileSender::FileSender(BizModel::DeviceLink &link, const LinkPolicy &policy, int
 
 bool FileSender::open(const QString &path)
 {
+    // Nobody may ever write to a pipe, and opening it would wait for that.
+    if (const QFileInfo info(path); info.exists() && !info.isFile())
+        return fail(QStringLiteral("it is no regular file"));
     m_file.setFileName(path);
     if (!m_file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
         return fail(m_file.errorString());
-    if (m_file.isSequential())
-        return fail(QStringLiteral("it is no regular file"));
     m_size = m_file.size();
     return true;
 }
