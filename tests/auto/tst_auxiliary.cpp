@@ -97,6 +97,7 @@ private Q_SLOTS:
     void questionIsRepeated();
     void questionIsGivenUp_data();
     void questionIsGivenUp();
+    void questionThatIsTooLongIsFinal();
     void refusedQuestionIsFinal();
     void unreachableDeviceIsGivenUp();
     void laterTriesKeepToTheRest();
@@ -319,6 +320,18 @@ void tst_Auxiliary::questionIsGivenUp()
     QVERIFY(m_device->link().requests().size() >= 2);
 }
 
+void tst_Auxiliary::questionThatIsTooLongIsFinal()
+{
+    Velmar::ModelControl::setLinkPolicy(quickPolicy());
+    m_device->link().answer("version.read", ScriptedLink::failed(Outcome::Unsendable));
+    s_DeviceVersion version;
+    QString errorText;
+
+    QVERIFY(!Auxiliary(m_device->handle()).readDeviceVersion(version, errorText));
+    QCOMPARE(errorText, QString("version.read cannot be sent: scripted failure"));
+    QCOMPARE(m_device->link().requests().size(), 1);
+}
+
 void tst_Auxiliary::refusedQuestionIsFinal()
 {
     Velmar::ModelControl::setLinkPolicy(quickPolicy());
@@ -468,6 +481,7 @@ void tst_Auxiliary::orderIsNotRepeated_data()
                              << "the device refused %1 with 1: scripted failure";
     QTest::newRow("timed out") << int(Outcome::TimedOut) << "no answer to %1: scripted failure";
     QTest::newRow("lost") << int(Outcome::Lost) << "connection lost during %1: scripted failure";
+    QTest::newRow("too long") << int(Outcome::Unsendable) << "%1 cannot be sent: scripted failure";
 }
 
 void tst_Auxiliary::orderIsNotRepeated()

@@ -487,7 +487,7 @@ void tst_SocketLink::requestTooLong()
     QVERIFY(link.open(Patience, errorText));
     const LinkAnswer answer =
         link.send({ "file.data", { { "bytes", QByteArray(1048576, 'x') } }, Patience });
-    QVERIFY(answer.outcome == Outcome::NotDelivered);
+    QVERIFY(answer.outcome == Outcome::Unsendable);
     QCOMPARE(answer.errorText, QString("the request is longer than a frame may be"));
 
     Call call(link, request("next"));

@@ -26,7 +26,7 @@ public:
     static Velmar::BizModel::LinkAnswer accepted(const QCborMap &values = {});
     static Velmar::BizModel::LinkAnswer refused(quint16 ack, const QString &errorText);
 
-    /*! The connection is closed behind such an answer, but for TimedOut. */
+    /*! The connection is closed behind such an answer, but for TimedOut and Unsendable. */
     static Velmar::BizModel::LinkAnswer failed(Velmar::BizModel::LinkAnswer::Outcome outcome);
 
     /*! \a answer is for one request, the next one that has no queued answer before it. */

@@ -20,6 +20,12 @@ LinkAnswer tryOnce(DeviceLink &link, const LinkRequest &request, int connectTime
     return answer;
 }
 
+// Whether another try could end in another way.
+bool isPassing(LinkAnswer::Outcome outcome)
+{
+    return outcome != LinkAnswer::Outcome::Answered && outcome != LinkAnswer::Outcome::Unsendable;
+}
+
 // Waits before the next try, unless the time for tries is over by then.
 bool mayTryAgain(const QDeadlineTimer &giveUp, const LinkPolicy &policy)
 {
@@ -40,7 +46,7 @@ LinkAnswer ask(DeviceLink &link, const LinkRequest &request, const LinkPolicy &p
 {
     const QDeadlineTimer giveUp(policy.readRepeatTime);
     LinkAnswer answer = tryOnce(link, request, policy.connectTimeout);
-    while (answer.outcome != LinkAnswer::Outcome::Answered && mayTryAgain(giveUp, policy)) {
+    while (isPassing(answer.outcome) && mayTryAgain(giveUp, policy)) {
         LinkRequest again = request;
         again.timeout = withinRest(request.timeout, giveUp);
         answer = tryOnce(link, again, withinRest(policy.connectTimeout, giveUp));
@@ -72,6 +78,8 @@ QString failureText(const LinkRequest &request, const LinkAnswer &answer)
     case LinkAnswer::Outcome::Lost:
         return QStringLiteral("connection lost during %1: %2")
             .arg(request.operation, answer.errorText);
+    case LinkAnswer::Outcome::Unsendable:
+        return QStringLiteral("%1 cannot be sent: %2").arg(request.operation, answer.errorText);
     }
     Q_UNREACHABLE();
 }

@@ -101,7 +101,7 @@ LinkAnswer SocketLinkPrivate::send(const LinkRequest &request)
     std::unique_lock<std::mutex> lock(m_mutex);
     if (frame.isNull() && !call.isDone) {
         m_calls.erase(label);
-        finish(call, LinkAnswer::Outcome::NotDelivered,
+        finish(call, LinkAnswer::Outcome::Unsendable,
                QStringLiteral("the request is longer than a frame may be"));
     } else if (!call.isDone) {
         post(label, frame);

@@ -22,6 +22,7 @@ struct LinkAnswer {
         NotDelivered, //!< proven: the device never got the whole request, so it may be repeated
         TimedOut, //!< sent, but no answer came in time; the device may have acted on it
         Lost, //!< sent, then the connection broke; the device may have acted on it
+        Unsendable, //!< never sent, and it never can be: it is longer than the link can carry
     };
 
     Outcome outcome = Outcome::NotDelivered;
