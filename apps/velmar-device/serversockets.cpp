@@ -57,7 +57,8 @@ void ServerSockets::Guard::reset() const
     // Dissolving an association resets the connection at once, whatever is still on its way.
     sockaddr none {};
     none.sa_family = AF_UNSPEC;
-    ::connect(m_descriptor, &none, sizeof(none));
+    // A peer that has gone needs no reset.
+    static_cast<void>(::connect(m_descriptor, &none, sizeof(none)));
 }
 
 void ServerSockets::endAll()
