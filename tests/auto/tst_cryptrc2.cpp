@@ -674,6 +674,10 @@ private Q_SLOTS:
             << QByteArray("key = 00\neffective-bits = 1025") << ", line 2: " + bits;
         QTest::newRow("bits in letters")
             << QByteArray("key = 00\neffective-bits = all") << ", line 2: " + bits;
+        QTest::newRow("bits with a sign")
+            << QByteArray("key = 00\neffective-bits = +64") << ", line 2: " + bits;
+        QTest::newRow("bits beyond all numbers")
+            << QByteArray("key = 00\neffective-bits = 4294967360") << ", line 2: " + bits;
         QTest::newRow("bits twice")
             << QByteArray("effective-bits = 8\neffective-bits = 8")
             << QStringLiteral(", line 2: the effective bits are given twice");

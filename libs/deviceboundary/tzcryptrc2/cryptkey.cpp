@@ -4,6 +4,8 @@
 #include <QMutex>
 #include <QMutexLocker>
 
+#include <cstring>
+
 namespace TZ {
 
 namespace {
@@ -30,14 +32,9 @@ bool isValid(const CryptKey &key)
         && key.effectiveBits <= MaxEffectiveBits;
 }
 
-bool isHexadecimal(const QByteArray &text)
+bool isMadeOf(const QByteArray &text, const char *characters)
 {
-    static const QByteArray digits("0123456789abcdefABCDEF");
-    for (const char character : text) {
-        if (!digits.contains(character))
-            return false;
-    }
-    return true;
+    return std::strspn(text.constData(), characters) == std::size_t(text.size());
 }
 
 // Empty if the entry was taken, otherwise what is wrong with it.
@@ -47,7 +44,7 @@ QString readEntry(const QByteArray &name, const QByteArray &value, CryptKey &key
         if (!key.bytes.isEmpty())
             return QStringLiteral("the key is given twice");
         if (value.isEmpty() || value.size() % 2 != 0 || value.size() > 2 * MaxKeyBytes
-            || !isHexadecimal(value))
+            || !isMadeOf(value, "0123456789abcdefABCDEF"))
             return QStringLiteral("a key is 1 to %1 bytes, each of two hexadecimal digits")
                 .arg(MaxKeyBytes);
         key.bytes = QByteArray::fromHex(value);
@@ -56,7 +53,8 @@ QString readEntry(const QByteArray &name, const QByteArray &value, CryptKey &key
     if (name == "effective-bits") {
         if (key.effectiveBits != 0)
             return QStringLiteral("the effective bits are given twice");
-        key.effectiveBits = value.toInt();
+        // toInt() would take signs, too.
+        key.effectiveBits = isMadeOf(value, "0123456789") ? value.toInt() : 0;
         if (key.effectiveBits < 1 || key.effectiveBits > MaxEffectiveBits)
             return QStringLiteral("the effective bits are a number from 1 to %1")
                 .arg(MaxEffectiveBits);
