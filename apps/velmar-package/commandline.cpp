@@ -88,8 +88,10 @@ bool parseCommandLine(const QStringList &arguments, CommandLine &commandLine, QS
     }
     if (words.size() != command->fileCount) {
         errorText =
-            QStringLiteral("\"%1\" takes %2 paths, not %3.")
-                .arg(name, QString::number(command->fileCount), QString::number(words.size()));
+            QStringLiteral("\"%1\" takes %2 %3, not %4.")
+                .arg(name, QString::number(command->fileCount),
+                     command->fileCount == 1 ? QStringLiteral("path") : QStringLiteral("paths"),
+                     QString::number(words.size()));
         return false;
     }
     const bool isImage = command->action == CommandLine::Action::Image;

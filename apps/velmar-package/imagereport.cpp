@@ -126,6 +126,10 @@ QByteArray toJson(const ImageReport &report)
                 { QStringLiteral("length"), qint64(record.length) },
                 { QStringLiteral("position"), record.bodyPosition() },
             };
+            // In "path" such bytes are one and the same character.
+            if (QString::fromUtf8(record.targetPath).toUtf8() != record.targetPath)
+                entry.insert(QStringLiteral("pathHex"),
+                             QString::fromLatin1(record.targetPath.toHex()));
             if (!record.fault.isEmpty())
                 entry.insert(QStringLiteral("fault"), record.fault);
             records.append(entry);

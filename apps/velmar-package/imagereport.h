@@ -27,7 +27,7 @@ ImageReport makeImageReport(QIODevice &image);
 /*! For people: a table, with control characters in paths as "\x1b". */
 QByteArray toText(const ImageReport &report);
 
-/*! For programs: one JSON object, indented. */
+/*! For programs: one JSON object, indented. A path that is no UTF-8 stands in hexadecimal, too. */
 QByteArray toJson(const ImageReport &report);
 
 } // namespace Velmar::Package

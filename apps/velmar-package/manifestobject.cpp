@@ -58,8 +58,10 @@ QString ManifestObject::text(const char *key, Need need)
     if (!value.isUndefined() && !value.isString())
         fail(key, QStringLiteral("is no text"));
     const QString text = value.toString();
-    if (!isPlainText(text))
+    if (!isPlainText(text)) {
         fail(key, QStringLiteral("contains a character that is none of a text"));
+        return QString(); // a file name with such a character makes Qt complain, too
+    }
     if (need == Need::Required && text.isEmpty())
         fail(key, QStringLiteral("is empty"));
     return text;

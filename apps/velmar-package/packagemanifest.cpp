@@ -1,5 +1,6 @@
 #include "packagemanifest.h"
 
+#include "destinations.h"
 #include "manifestobject.h"
 
 #include <jsontext/jsontext.h>
@@ -11,6 +12,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <functional>
 
 namespace Velmar::Package {
 
@@ -105,6 +107,14 @@ public:
     }
 
 private:
+    /*! What the files of one unit need to know of each other. */
+    struct UnitScope {
+        QString folder;
+        bool isMain;
+        QSet<QPair<QString, int>> sections;
+        Destinations destinations; // of all boards: several of them may be fitted in one device
+    };
+
     ManifestUnit readUnit(const QJsonValue &value, const QString &place)
     {
         ManifestObject object(value, place, m_error);
@@ -138,17 +148,16 @@ private:
         };
         unit.endSendCommands = readCommands(object, "endSendCommands");
         unit.beforeStartCommands = readCommands(object, "beforeStartCommands");
-        QSet<QPair<QString, int>> sections;
-        object.forEach(
-            "files", Need::Required, [&](const QJsonValue &file, const QString &filePlace) {
-                unit.files.append(readFile(file, filePlace, unit.folder, stepType, sections));
-            });
+        UnitScope scope { unit.folder, stepType == MainStepType, {}, {} };
+        object.forEach("files", Need::Required,
+                       [&](const QJsonValue &file, const QString &filePlace) {
+                           unit.files.append(readFile(file, filePlace, scope));
+                       });
         object.finish();
         return unit;
     }
 
-    ManifestFile readFile(const QJsonValue &value, const QString &place, const QString &folder,
-                          int stepType, QSet<QPair<QString, int>> &sections)
+    ManifestFile readFile(const QJsonValue &value, const QString &place, UnitScope &scope)
     {
         ManifestObject object(value, place, m_error);
         ManifestFile file;
@@ -157,16 +166,20 @@ private:
         if (!fault.isEmpty())
             object.fail("fileName", fault);
         else
-            checkSource(object, "fileName", folder + QLatin1Char('/') + file.fileName);
+            checkSource(object, "fileName", scope.folder + QLatin1Char('/') + file.fileName);
 
         const QString label = object.text("fileLabel", Need::Required);
         const int board = int(object.number("extendNum", 0, 255));
         // A section that a main unit names twice makes the parser drop the whole unit.
-        const QPair<QString, int> section(label, stepType == MainStepType ? 0 : board);
-        if (sections.contains(section))
+        const QPair<QString, int> section(label, scope.isMain ? 0 : board);
+        if (scope.sections.contains(section))
             object.fail("fileLabel", QStringLiteral("is that of an earlier file of the unit"));
-        sections.insert(section);
-        file.targetPaths = readTargetPaths(object);
+        scope.sections.insert(section);
+        file.targetPaths = readTargetPaths(object, [&](const QString &path, const QString &where) {
+            if (scope.isMain)
+                m_mainDestinations.add(path, where);
+            return scope.destinations.add(path, where);
+        });
         if (board != 0 && file.targetPaths.size() > 1)
             object.fail(
                 "targetPaths",
@@ -204,23 +217,34 @@ private:
                                "else is sent as a data file"));
         else
             checkSource(object, "path", file.path);
-        file.targetPaths = readTargetPaths(object);
+        file.targetPaths =
+            readTargetPaths(object, [this](const QString &path, const QString &where) {
+                return m_mainDestinations.add(path, where);
+            });
         object.finish();
         return file;
     }
 
-    QStringList readTargetPaths(ManifestObject &object)
+    // place adds a path to the destinations that it must not clash with.
+    QStringList
+    readTargetPaths(ManifestObject &object,
+                    const std::function<QString(const QString &, const QString &)> &place)
     {
         QStringList paths;
-        object.forEach(
-            "targetPaths", Need::Required, [&](const QJsonValue &value, const QString &place) {
-                const QString path = value.toString();
-                const QString fault =
-                    paths.contains(path) ? QStringLiteral("is given twice") : targetPathFault(path);
-                if (!fault.isEmpty() && m_error.isEmpty())
-                    m_error = place + QLatin1Char(' ') + fault;
-                paths.append(path);
-            });
+        QSet<QString> known;
+        object.forEach("targetPaths", Need::Required,
+                       [&](const QJsonValue &value, const QString &where) {
+                           const QString path = value.toString();
+                           QString fault = known.contains(path) ? QStringLiteral("is given twice")
+                               : value.isString()               ? targetPathFault(path)
+                                                                : QStringLiteral("is no text");
+                           if (fault.isEmpty())
+                               fault = place(path, where);
+                           if (!fault.isEmpty() && m_error.isEmpty())
+                               m_error = where + QLatin1Char(' ') + fault;
+                           known.insert(path);
+                           paths.append(path);
+                       });
         return paths;
     }
 
@@ -272,6 +296,8 @@ private:
     QSet<QString> m_folders; // in folded case: a package may be carried on any file system
     QSet<int> m_moduleIds;
     QSet<QString> m_sources;
+    // Data files go with a main unit, whichever that is. Main units never meet in one image.
+    Destinations m_mainDestinations;
 };
 
 } // namespace

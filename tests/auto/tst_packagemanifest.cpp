@@ -102,6 +102,38 @@ private Q_SLOTS:
                                 "SpecialPackID=-2147483648"));
     }
 
+    void targetsThatOnlyLookAlike()
+    {
+        QByteArray text = manifest("sound");
+        text.replace(R"(["/mcu"])", R"(["/a.bin", "/ab/c", "/a..", "/../a"])");
+        write(text, "manifest.json");
+        PackageManifest result;
+        QString errorText;
+
+        QVERIFY2(readPackageManifest(path("manifest.json"), result, errorText),
+                 qPrintable(errorText));
+
+        QCOMPARE(result.units[0].files[0].targetPaths,
+                 QStringList({ "/a.bin", "/ab/c", "/a..", "/../a" }));
+    }
+
+    // They are for different devices.
+    void mainUnitsWithOneTarget()
+    {
+        QByteArray text = manifest("sound");
+        text.replace(R"("stepType": 1)", R"("stepType": 0)");
+        text.replace(R"("fileLabel": "FPGA", "extendNum": 2)", R"("fileLabel": "Other")");
+        text.replace(R"(["/1"])", R"(["/mcu"])");
+        write(text, "manifest.json");
+        PackageManifest result;
+        QString errorText;
+
+        QVERIFY2(readPackageManifest(path("manifest.json"), result, errorText),
+                 qPrintable(errorText));
+
+        QCOMPARE(result.units[1].files[0].targetPaths, QStringList("/mcu"));
+    }
+
     void unsound_data()
     {
         QTest::addColumn<QByteArray>("from");
@@ -218,7 +250,7 @@ private Q_SLOTS:
         row("no target in the list", target, "[]", ": units[0].files[0].targetPaths is empty");
         row("target is no list", target, "\"/mcu\"", ": units[0].files[0].targetPaths is no array");
         row("empty target", target, R"([""])", ": units[0].files[0].targetPaths[0] is empty");
-        row("target is no text", target, "[1]", ": units[0].files[0].targetPaths[0] is empty");
+        row("target is no text", target, "[1]", ": units[0].files[0].targetPaths[0] is no text");
         row("target twice", target, R"(["/a", "/a"])",
             ": units[0].files[0].targetPaths[1] is given twice");
         row("target outside ASCII", target, R"(["/é"])",
@@ -227,6 +259,28 @@ private Q_SLOTS:
             ": units[0].files[0].targetPaths[0] has characters outside ASCII");
         row("target too long", target, "[\"" + QByteArray(257, 'p') + "\"]",
             ": units[0].files[0].targetPaths[0] is longer than 256 bytes");
+
+        row("target that names no file", target, R"(["/./"])",
+            ": units[0].files[0].targetPaths[0] names no file");
+        row("target in another notation", target, R"(["/a", ".//a/"])",
+            ": units[0].files[0].targetPaths[1] is the same place as "
+            "units[0].files[0].targetPaths[0]");
+        row("target of another file", target, R"(["/a"])",
+            ": units[0].files[1].targetPaths[0] is the same place as "
+            "units[0].files[0].targetPaths[0]");
+        row("target below a file", target, R"(["/f", "/f/x/y"])",
+            ": units[0].files[0].targetPaths[1] lies below units[0].files[0].targetPaths[0], "
+            "which is a file");
+        row("target that is a folder", target, R"(["/f/x/y", "/f/x/z", "/f"])",
+            ": units[0].files[0].targetPaths[2] is a folder for units[0].files[0].targetPaths[0]");
+        row("target of another board", R"(["/2"])", R"(["/1"])",
+            ": units[1].files[1].targetPaths[0] is the same place as "
+            "units[1].files[0].targetPaths[0]");
+        row("data file at a main unit's target", R"(["/osd"])", R"(["/b"])",
+            ": dataFiles[0].targetPaths[0] is the same place as "
+            "units[0].files[1].targetPaths[1]");
+        row("data files with one target", R"(["/font"])", R"(["/osd"])",
+            ": dataFiles[1].targetPaths[0] is the same place as dataFiles[0].targetPaths[0]");
 
         row("command without a name", R"("cmdName": "SendDeviceID")", R"("data": "x")",
             ": units[0].files[0].commands[1].cmdName is missing");

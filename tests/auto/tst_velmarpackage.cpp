@@ -67,7 +67,7 @@ private Q_SLOTS:
         row("option without its value", "encipher a b --key-file",
             "Missing value after '--key-file'.");
         row("one path of two", "encipher a", "\"encipher\" takes 2 paths, not 1.");
-        row("a path too many", "image a b", "\"image\" takes 1 paths, not 2.");
+        row("a path too many", "image a b", "\"image\" takes 1 path, not 2.");
         row("JSON of a file", "decipher a b --json", "--json is for \"image\" only.");
         row("key of an image", "image a --key-file k",
             "\"image\" takes neither --force nor --key-file.");
@@ -263,6 +263,23 @@ private Q_SLOTS:
         };
         QCOMPARE(QJsonDocument::fromJson(outcome.output).object(), expected);
         QCOMPARE(outcome.exitCode, 0);
+    }
+
+    void pathThatIsNoUtf8()
+    {
+        write(tenBytes().replace(256, 2, "\xff\xe9"), "image");
+
+        const Outcome outcome = run("image image --json");
+
+        const QJsonObject record = QJsonDocument::fromJson(outcome.output)
+                                       .object()
+                                       .value(QLatin1String("records"))
+                                       .toArray()
+                                       .first()
+                                       .toObject();
+        QCOMPARE(record.value(QLatin1String("path")).toString(),
+                 QString(2, QChar(QChar::ReplacementCharacter)));
+        QCOMPARE(record.value(QLatin1String("pathHex")).toString(), QStringLiteral("ffe9"));
     }
 
     void unsoundImage_data()
@@ -515,6 +532,22 @@ private Q_SLOTS:
                      + "/plain/main & more/MCU.dat, which is not there\n");
         QCOMPARE(outcome.exitCode, 65);
         QVERIFY(!exists("package"));
+    }
+
+    void folderWithAZeroByte()
+    {
+        write(
+            "{\"manifestVersion\": 1, \"units\": [{ \"folder\": \"u\\u0000\", \"version\": \"1\", "
+            "\"moduleId\": 1, \"stepType\": 0, \"files\": [{ \"fileName\": \"a\", "
+            "\"fileLabel\": \"MCU\", \"targetPaths\": [\"/a\"] }] }] }",
+            "manifest.json");
+
+        const Outcome outcome = run("create manifest.json package");
+
+        QCOMPARE(outcome.errors,
+                 QByteArray("velmar-package: manifest.json: units[0].folder contains a character "
+                            "that is none of a text\n"));
+        QCOMPARE(outcome.exitCode, 65);
     }
 
     void missingManifest()

@@ -1,0 +1,28 @@
+#ifndef VELMARPACKAGE_DESTINATIONS_H
+#define VELMARPACKAGE_DESTINATIONS_H
+
+#include <QHash>
+#include <QString>
+
+namespace Velmar::Package {
+
+/*!
+    The places on a device that the files of one image take.
+
+    A device keeps one file at a place and no files below a file. "/" parts the names of a path;
+    empty ones and "." count for nothing, so that "/a", "a" and "./a/" are one place.
+*/
+class Destinations {
+public:
+    /*! Adds \a path, which stands at \a where in the manifest. Empty, or what is wrong with it. */
+    QString add(const QString &path, const QString &where);
+
+private:
+    // Both by the path on the device, with the place in the manifest that first led there.
+    QHash<QString, QString> m_files;
+    QHash<QString, QString> m_folders;
+};
+
+} // namespace Velmar::Package
+
+#endif // VELMARPACKAGE_DESTINATIONS_H
