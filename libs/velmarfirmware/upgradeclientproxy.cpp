@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int PollIntervalMs = 1000;
-const QByteArray Boundary = QByteArrayLiteral("----weasdashDsdesd");
+constexpr char Boundary[] = "----weasdashDsdesd";
 
 // Devices set cookies that they never look at; none is kept or sent back.
 class NoCookies : public QNetworkCookieJar {
@@ -33,7 +33,7 @@ QNetworkAccessManager *newManager(QObject *parent)
     auto *manager = new QNetworkAccessManager(parent);
     QT_WARNING_PUSH
     QT_WARNING_DISABLE_DEPRECATED
-    // Without it a host's bearer management may hold a freshly plugged link for unreachable.
+    // The interface sets it right after construction.
     manager->setNetworkAccessible(QNetworkAccessManager::Accessible);
     QT_WARNING_POP
     manager->setCookieJar(new NoCookies(manager));
@@ -166,27 +166,27 @@ int UpgradeClientProxy::uploadFiletoDevice(const QString &filePath, QByteArray b
     m_pUploadFile->setParent(multiPart);
     multiPart->append(filePart(m_pUploadFile.get()));
     multiPart->append(textPart(body));
-    multiPart->setBoundary(Boundary);
+    multiPart->setBoundary(QByteArray(Boundary));
 
     // Looked at only now: the file has been opened and stays open until the next upload.
     if (m_deviceIp.isEmpty()) {
         qWarning() << "the device ip is null. upgrade failed.";
-        multiPart->setParent(this);
+        multiPart->setParent(this); // there is no reply to own it, so it goes with the proxy
         return -1;
     }
     QNetworkRequest request(QUrl(QStringLiteral("http://%1:8080/uploadUpgrade").arg(m_deviceIp)));
     // Devices want no blank behind the semicolon.
     request.setHeader(QNetworkRequest::ContentTypeHeader,
-                      QByteArray("multipart/form-data;boundary=" + Boundary));
+                      QByteArray("multipart/form-data;boundary=") + Boundary);
     if (!m_pUploadManager) {
-        multiPart->setParent(this);
+        multiPart->setParent(this); // as above
         return -1;
     }
     m_pUploadReply = m_pUploadManager->post(request, multiPart);
     qDebug().noquote().nospace() << "VelmarCmd post upgrade file to " << m_deviceIp;
     multiPart->setParent(m_pUploadReply);
-    // By name: Qt 5.15 calls this signal deprecated, but it is the one that comes directly, ahead
-    // of the queued end of the reply.
+    // `error` is the signal that the interface names; by name because Qt 5.15 deprecates the
+    // member.
     connect(m_pUploadReply, SIGNAL(error(QNetworkReply::NetworkError)), this,
             SLOT(slotUpLoadReplyError(QNetworkReply::NetworkError)), Qt::UniqueConnection);
     connect(m_pUploadReply, &QNetworkReply::uploadProgress, this,

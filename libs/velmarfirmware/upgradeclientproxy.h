@@ -30,7 +30,7 @@ public:
     static UpgradeClientProxy *getInstance();
 
     /*! Deletes the object. At most once in a process, at its very end: getInstance() answers the
-        stale pointer afterwards. */
+        stale pointer afterwards. Never from a slot or callback that one of its signals runs. */
     static void destoryInstance();
 
     ~UpgradeClientProxy() override;
@@ -80,7 +80,8 @@ private Q_SLOTS:
     void slotOnUploadProgress(qint64, qint64);
     void slotScheduleReplyFinished(QNetworkReply *);
     void slotScheduleReplySslErrors(QNetworkReply *, const QList<QSslError> &);
-    void slotGetReplyError(QNetworkReply::NetworkError); // for hosts that connect a reply of theirs
+    void slotGetReplyError(
+        QNetworkReply::NetworkError); // connected by nothing; part of the meta-object
 
 private:
     explicit UpgradeClientProxy(QObject *parent);

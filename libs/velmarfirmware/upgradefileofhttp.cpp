@@ -1,6 +1,7 @@
 #include "upgradefileofhttp.h"
 #include "upgradefileofhttp_p.h"
 
+#include "deviceprotocol.h"
 #include "upgradeclientproxy.h"
 #include "json/json.h"
 
@@ -13,6 +14,7 @@
 #include <QDebug>
 
 #include <algorithm>
+#include <limits>
 
 namespace Velmar::Firmware {
 
@@ -35,10 +37,6 @@ constexpr auto StatusBarProgress = static_cast<BizModel::Enum::StatusBarMsgType>
 constexpr auto StatusBarFailure = static_cast<BizModel::Enum::StatusBarMsgType>(2);
 constexpr auto BoxFailure = static_cast<BizModel::Enum::FramelessMessageBoxMsgType>(1);
 constexpr auto BoxEnd = static_cast<BizModel::Enum::FramelessMessageBoxMsgType>(2);
-
-// Devices of this protocol version speak the newer JSON forms only on some hardware.
-constexpr char DeviceProtocolVersion[] = "2.0.0.0";
-const QString UnsupportedHardware = QStringLiteral("S1.T1;S1.T2;S1.T3");
 
 // The version query.
 constexpr unsigned char VersionCommandKind = 1;
@@ -158,7 +156,8 @@ Enum::UpgradeProtoType UpgradeFileOfHTTPPrivate::checkDeviceVersion()
         m_bCompatibility = false;
         return Enum::UpgradeProtoType::ProtoSupported;
     }
-    const QStringList unsupported = UnsupportedHardware.split(QLatin1Char(';'));
+    const QStringList unsupported =
+        QString::fromLatin1(UnsupportedHardware).split(QLatin1Char(';'));
     // A split gives at least one piece, so this holds for a list that is no constant.
     if (unsupported.isEmpty()) {
         m_bCompatibility = false;
@@ -307,12 +306,12 @@ void UpgradeFileOfHTTPPrivate::finishUpgrade(BizModel::Enum::StatusBarMsgType st
                                              QString boxText)
 {
     showStatus(statusType, statusText, StatusBarMs);
-    m_upgradeFinishedCallBack();
+    const auto callback = m_upgradeFinishedCallBack; // a host may replace it from inside
+    callback();
     showMessageBox(boxType, boxText);
 }
 
-// The restart is announced after a failure, too: the device restarts whenever it gave the upload
-// up.
+// The restart is announced after a failure, too: the text is the same for every failure on purpose.
 void UpgradeFileOfHTTPPrivate::finishFailedTransfer()
 {
     finishUpgrade(StatusBarFailure, tr("Upload file failed!"), BoxEnd,
@@ -325,7 +324,10 @@ void UpgradeFileOfHTTPPrivate::slotOnUploadProgress(qint64 bytesSent, qint64 byt
         return;
     // In this order and truncated: 29 of 100 shows 28.
     const double percent = static_cast<double>(bytesSent) / static_cast<double>(bytesTotal) * 100.0;
-    showStatus(StatusBarProgress, tr("Upload file progress: %1%").arg(static_cast<int>(percent)),
+    // An unknown total is -1: much sent of it leaves the range of int.
+    const double shown =
+        qBound<double>(std::numeric_limits<int>::min(), percent, std::numeric_limits<int>::max());
+    showStatus(StatusBarProgress, tr("Upload file progress: %1%").arg(static_cast<int>(shown)),
                StatusBarMs);
 }
 
@@ -356,7 +358,8 @@ void UpgradeFileOfHTTPPrivate::slotReplyUpdataSchedule(QByteArray buffer)
     s_UpgradePercent percent;
     if (!decodeProgress(buffer, percent))
         return;
-    m_refreshUpgradeProcessCallBack(percent);
+    const auto callback = m_refreshUpgradeProcessCallBack; // a host may replace it from inside
+    callback(percent);
 
     switch (percent.result) {
     case ResultInstalled:

@@ -58,7 +58,9 @@ public:
         std::function<void(ProtoModel::Auxiliary::s_UpgradePercent &)> callback);
 
     /*! \a callback is called at each end of an upgrade. One upgrade can end more than once: a
-        network fault of the upload is told twice, and so are faults behind the end. */
+        network fault of the upload is told twice, and so are faults behind the end. Begin the next
+        upgrade from the event loop and not from inside: the end of this one is noted only behind
+       the call, and would hide a failure of the next. */
     void registerUpgradeFinishedCallBack(std::function<void()> callback);
 
     /*!
