@@ -9,9 +9,11 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QHttpMultiPart>
 #include <QMetaMethod>
 #include <QNetworkAccessManager>
 #include <QNetworkProxy>
+#include <QPointer>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSslError>
@@ -74,14 +76,33 @@ public:
     QVector<QByteArray> bodies;
 };
 
-/*! A reply that says what it was told to. */
+/*! A reply that says what it was told to, at the second time that all of it is read. */
 class FakeReply : public QNetworkReply {
 public:
-    explicit FakeReply(NetworkError error) { setError(error, QStringLiteral("fake")); }
+    explicit FakeReply(NetworkError error, const QByteArray &secondReading = QByteArray())
+        : m_secondReading(secondReading)
+    {
+        setError(error, QStringLiteral("fake"));
+        open(QIODevice::ReadOnly | QIODevice::Unbuffered);
+    }
     void abort() override { }
 
 protected:
-    qint64 readData(char * /*data*/, qint64 /*maxSize*/) override { return -1; }
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        if (m_isFirstReading) {
+            m_isFirstReading = false;
+            return 0;
+        }
+        const qint64 size = std::min(maxSize, qint64(m_secondReading.size()));
+        std::copy_n(m_secondReading.cbegin(), size, data);
+        m_secondReading.remove(0, int(size));
+        return size;
+    }
+
+private:
+    QByteArray m_secondReading;
+    bool m_isFirstReading = true;
 };
 
 template<typename... Arguments> bool callSlot(const char *slot, Arguments... arguments)
@@ -154,12 +175,20 @@ private Q_SLOTS:
     void uploadAnswered();
     void uploadWithoutAService();
     void uploadCutInTheBody();
+    void uploadIsRepeatedByQt_data();
     void uploadIsRepeatedByQt();
     void uploadProgress_data();
     void uploadProgress();
     void uploadIsStreamed();
+    void uploadAnswerComparedWithOk_data();
+    void uploadAnswerComparedWithOk();
+    void uploadReplyIsKept();
+    void uploadLeavesThePollingOn();
     void secondUpload();
     void secondUploadDuringTheFirst();
+    void secondUploadLeavesTheConnections();
+    void uploadBegunInsideAFailure_data();
+    void uploadBegunInsideAFailure();
     void pollOnTheWire();
     void pollsFollowEachOther();
     void pollWithoutAddress();
@@ -167,18 +196,29 @@ private Q_SLOTS:
     void pollAnswered();
     void pollFailed_data();
     void pollFailed();
+    void pollRedirected();
+    void pollReplyIsDeletedLater_data();
+    void pollReplyIsDeletedLater();
+    void pollIsRepeatedByQt_data();
     void pollIsRepeatedByQt();
     void severalPollsInFlight();
     void pollInFlightOutlivesStop();
+    void noCookies_data();
     void noCookies();
     void noReply();
+    void finishedIsQueued();
     void sslErrors();
+    void sslErrorsOfEitherManager();
     void replyErrorSlot();
     void tearDown_data();
     void tearDown();
+    void cleanupTestCase();
 
 private:
     QString storeFile(const QByteArray &contents);
+    QNetworkAccessManager *uploadManager() const { return m_managers.at(0); }
+    QNetworkAccessManager *pollManager() const { return m_managers.at(1); }
+    static QNetworkReply *latestReply(const QNetworkAccessManager *manager);
     QStringList warnings() const { return m_log->texts(QtWarningMsg); }
     QStringList debugLines() const { return m_log->texts(QtDebugMsg); }
 
@@ -188,12 +228,15 @@ private:
     std::unique_ptr<Listener> m_heard;
     std::unique_ptr<LogRecorder> m_log;
     UpgradeClientProxy *m_proxy = nullptr;
+    QList<QNetworkAccessManager *> m_managers; // in the order of their making
 };
 
 void tst_UpgradeClientProxy::initTestCase()
 {
     QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
     m_proxy = UpgradeClientProxy::getInstance();
+    m_managers = m_proxy->findChildren<QNetworkAccessManager *>();
+    QCOMPARE(m_managers.size(), 2);
     PollTimerFinder finder;
     QElapsedTimer elapsed;
     elapsed.start();
@@ -221,8 +264,7 @@ void tst_UpgradeClientProxy::cleanup()
 {
     m_proxy->stopPostReply();
     m_server.reset();
-    const auto managers = m_proxy->findChildren<QNetworkAccessManager *>();
-    for (QNetworkAccessManager *manager : managers)
+    for (QNetworkAccessManager *manager : qAsConst(m_managers))
         manager->clearConnectionCache(); // what a test did to a connection is no matter of the next
     deliverQueued();
     m_log.reset();
@@ -233,6 +275,12 @@ QString tst_UpgradeClientProxy::storeFile(const QByteArray &contents)
 {
     const QString path = m_folder.filePath(QStringLiteral("upgrade.bin"));
     return writeFile(path, contents) ? path : QString();
+}
+
+QNetworkReply *tst_UpgradeClientProxy::latestReply(const QNetworkAccessManager *manager)
+{
+    const auto replies = manager->findChildren<QNetworkReply *>();
+    return replies.isEmpty() ? nullptr : replies.last();
 }
 
 void tst_UpgradeClientProxy::interface()
@@ -270,8 +318,6 @@ void tst_UpgradeClientProxy::oneObject()
     QCOMPARE(UpgradeClientProxy::getInstance(), m_proxy);
     QVERIFY(!m_proxy->parent());
     QCOMPARE(m_proxy->thread(), QThread::currentThread());
-    const auto managers = m_proxy->findChildren<QNetworkAccessManager *>();
-    QCOMPARE(managers.size(), 2);
 }
 
 void tst_UpgradeClientProxy::uploadOnTheWire_data()
@@ -391,6 +437,15 @@ void tst_UpgradeClientProxy::uploadAnswered_data()
     QTest::newRow("another text") << QByteArray("200 OK") << QByteArray("failed")
                                   << QStringList("uploaded 0");
     QTest::newRow("no body") << QByteArray("200 OK") << QByteArray() << QStringList("uploaded 0");
+    // Not followed, and no error for Qt.
+    QTest::newRow("moved") << QByteArray("301 Moved Permanently") << QByteArray("elsewhere")
+                           << QStringList("uploaded 0");
+    QTest::newRow("see other") << QByteArray("303 See Other") << QByteArray()
+                               << QStringList("uploaded 0");
+    QTest::newRow("not modified") << QByteArray("304 Not Modified") << QByteArray()
+                                  << QStringList("uploaded 0");
+    QTest::newRow("temporary redirect")
+        << QByteArray("307 Temporary Redirect") << QByteArray() << QStringList("uploaded 0");
     QTest::newRow("bad request") << QByteArray("400 Bad Request") << QByteArray("no")
                                  << twice("uploaded 302");
     QTest::newRow("not found") << QByteArray("404 Not Found") << QByteArray()
@@ -408,12 +463,72 @@ void tst_UpgradeClientProxy::uploadAnswered()
     QFETCH(QByteArray, status);
     QFETCH(QByteArray, body);
     QFETCH(QStringList, ends);
-    m_server->queue(UploadPath, ScriptedHttpServer::answer(body, status));
+    const bool isRedirection = status.startsWith('3');
+    m_server->queue(UploadPath,
+                    ScriptedHttpServer::answer(
+                        body, status, isRedirection ? "Location: /getUpgradeRate\r\n" : ""));
     QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
     QTRY_COMPARE(m_heard->ends.size(), ends.size());
     deliverQueued();
     QCOMPARE(m_heard->ends, ends);
     QVERIFY(!m_pollTimer->isActive());
+    QCOMPARE(m_server->requests().size(), 1);
+    // A failure is logged with the data of its answer and in no other way.
+    QCOMPARE(warnings(), QStringList());
+    QCOMPARE(debugLines().size(), 2);
+    QCOMPARE(debugLines().first(), QStringLiteral("VelmarCmd post upgrade file to 127.0.81.1"));
+    QVERIFY(debugLines().last().startsWith(QLatin1String("QNetworkReplyHttpImpl(0x")));
+    QVERIFY(debugLines().last().endsWith(") \"" + QString::fromLatin1(body) + '"'));
+}
+
+void tst_UpgradeClientProxy::uploadAnswerComparedWithOk_data()
+{
+    QTest::addColumn<QNetworkReply::NetworkError>("error");
+    QTest::addColumn<QByteArray>("secondReading");
+    QTest::addColumn<QString>("end");
+
+    const auto failed = QNetworkReply::ProtocolInvalidOperationError;
+    QTest::newRow("ok") << failed << QByteArray("ok") << "uploaded 0";
+    QTest::newRow("capitals") << failed << QByteArray("OK") << "uploaded 302";
+    QTest::newRow("more behind it") << failed << QByteArray("ok\n") << "uploaded 302";
+    QTest::newRow("nothing left") << failed << QByteArray() << "uploaded 302";
+    QTest::newRow("no error") << QNetworkReply::NoError << QByteArray("OK") << "uploaded 0";
+}
+
+// Of a reply whose data is there only at the second reading.
+void tst_UpgradeClientProxy::uploadAnswerComparedWithOk()
+{
+    QFETCH(QNetworkReply::NetworkError, error);
+    QFETCH(QByteArray, secondReading);
+    QFETCH(QString, end);
+    FakeReply reply(error, secondReading);
+    QVERIFY(callSlot("slotReplyFinished", Q_ARG(QNetworkReply *, &reply)));
+    QCOMPARE(m_heard->ends, QStringList(end));
+}
+
+void tst_UpgradeClientProxy::uploadReplyIsKept()
+{
+    QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
+    const QPointer<QNetworkReply> reply(latestReply(uploadManager()));
+    QVERIFY(reply);
+    const QPointer<QHttpMultiPart> multiPart(reply->findChild<QHttpMultiPart *>());
+    QVERIFY(multiPart);
+    QVERIFY(multiPart->findChild<QFile *>());
+    QTRY_COMPARE(m_heard->ends, QStringList("uploaded 0"));
+    deliverQueued();
+    QVERIFY(reply);
+    QVERIFY(multiPart);
+    QCOMPARE(reply->parent(), uploadManager());
+    QCOMPARE(multiPart->parent(), reply);
+}
+
+void tst_UpgradeClientProxy::uploadLeavesThePollingOn()
+{
+    m_proxy->startPostReply();
+    QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
+    QVERIFY(m_pollTimer->isActive());
+    QTRY_COMPARE(m_heard->ends, QStringList("uploaded 0"));
+    QVERIFY(m_pollTimer->isActive());
 }
 
 void tst_UpgradeClientProxy::uploadWithoutAService()
@@ -436,10 +551,19 @@ void tst_UpgradeClientProxy::uploadCutInTheBody()
     QCOMPARE(m_heard->ends.last(), m_heard->ends.first());
 }
 
+void tst_UpgradeClientProxy::uploadIsRepeatedByQt_data()
+{
+    QTest::addColumn<ScriptedHttpServer::Reaction>("reaction");
+
+    QTest::newRow("closed") << ScriptedHttpServer::closeWithoutAnswer();
+    QTest::newRow("reset") << ScriptedHttpServer::reset();
+}
+
 // Qt's own doing: integrators see a second request that the proxy never made.
 void tst_UpgradeClientProxy::uploadIsRepeatedByQt()
 {
-    m_server->queue(UploadPath, ScriptedHttpServer::closeWithoutAnswer());
+    QFETCH(ScriptedHttpServer::Reaction, reaction);
+    m_server->queue(UploadPath, reaction);
     QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
     QTRY_COMPARE(m_heard->ends, QStringList("uploaded 0"));
     QCOMPARE(m_server->count(UploadPath), 2);
@@ -520,6 +644,73 @@ void tst_UpgradeClientProxy::secondUploadDuringTheFirst()
     std::sort(sizes.begin(), sizes.end());
     QVERIFY(sizes.at(0) > (3 << 20) && sizes.at(0) < (4 << 20));
     QVERIFY(sizes.at(1) > (8 << 20));
+}
+
+void tst_UpgradeClientProxy::secondUploadLeavesTheConnections()
+{
+    const QString path = storeFile("firmware");
+    QCOMPARE(m_proxy->uploadFiletoDevice(path, QByteArray("{}")), 0);
+    QNetworkReply *const first = latestReply(uploadManager());
+    QTRY_COMPARE(m_heard->ends.size(), 1);
+    QCOMPARE(m_proxy->uploadFiletoDevice(path, QByteArray("{}")), 0);
+    QVERIFY(latestReply(uploadManager()) != first);
+    QTRY_COMPARE(m_heard->ends.size(), 2);
+    m_heard->ends.clear();
+    m_heard->progress.clear();
+
+    Q_EMIT first->uploadProgress(5, 6);
+    QCOMPARE(m_heard->progress, QStringList("5 of 6"));
+    QVERIFY(
+        QMetaObject::invokeMethod(first, "error", Qt::DirectConnection,
+                                  Q_ARG(QNetworkReply::NetworkError, QNetworkReply::TimeoutError)));
+    QCOMPARE(m_heard->ends, QStringList("uploaded 4"));
+}
+
+void tst_UpgradeClientProxy::uploadBegunInsideAFailure_data()
+{
+    QTest::addColumn<bool>("isListening");
+    QTest::addColumn<int>("report"); // of the two of the failed upload
+    QTest::addColumn<QStringList>("ends");
+
+    QTest::newRow("refused by the device, first report")
+        << true << 1 << QStringList { "uploaded 403", "uploaded 403", "uploaded 0" };
+    QTest::newRow("refused by the device, second report")
+        << true << 2 << QStringList { "uploaded 403", "uploaded 403", "uploaded 0" };
+    QTest::newRow("no service, first report")
+        << false << 1 << QStringList { "uploaded 1", "uploaded 1", "uploaded 0" };
+    QTest::newRow("no service, second report")
+        << false << 2 << QStringList { "uploaded 1", "uploaded 1", "uploaded 0" };
+}
+
+// The file of the failed upload is let go of while its reply is still at work.
+void tst_UpgradeClientProxy::uploadBegunInsideAFailure()
+{
+    QFETCH(bool, isListening);
+    QFETCH(int, report);
+    QFETCH(QStringList, ends);
+    const QString second = m_folder.filePath(QStringLiteral("second.bin"));
+    QVERIFY(writeFile(second, "second"));
+    m_server->queue(UploadPath, ScriptedHttpServer::answer("", "503 Service Unavailable"));
+    if (!isListening)
+        m_server->close();
+    int reports = 0;
+    int begun = -1;
+    const QObject scope; // of the connection
+    connect(m_proxy, &UpgradeClientProxy::signalReplyUploadFinished, &scope, [&](int) {
+        if (++reports != report)
+            return;
+        if (!isListening) {
+            m_server = std::make_unique<ScriptedHttpServer>();
+            m_server->listen(Address);
+            m_server->always(UploadPath, ScriptedHttpServer::answer("received"));
+        }
+        begun = m_proxy->uploadFiletoDevice(second, QByteArray("{}"));
+    });
+    QCOMPARE(m_proxy->uploadFiletoDevice(storeFile(QByteArray(1 << 20, 'f')), QByteArray("{}")), 0);
+    QTRY_COMPARE(m_heard->ends, ends);
+    QCOMPARE(begun, 0);
+    deliverQueued();
+    QVERIFY(m_server->requests().last().body.contains("\r\n\r\nsecond\r\n"));
 }
 
 void tst_UpgradeClientProxy::pollOnTheWire()
@@ -615,9 +806,46 @@ void tst_UpgradeClientProxy::pollFailed()
     QVERIFY(m_heard->bodies.isEmpty());
 }
 
+// As with an upload.
+void tst_UpgradeClientProxy::pollRedirected()
+{
+    m_server->queue(
+        PollPath,
+        ScriptedHttpServer::answer("{\"result\":2}", "302 Found", "Location: /getUpgradeRate\r\n"));
+    m_proxy->slotRunReply();
+    QTRY_COMPARE(m_heard->bodies, QVector<QByteArray> { "{\"result\":2}" });
+    QCOMPARE(m_heard->ends, QStringList());
+    QCOMPARE(m_server->count(PollPath), 1);
+    QVERIFY(m_pollTimer->isActive());
+}
+
+void tst_UpgradeClientProxy::pollReplyIsDeletedLater_data()
+{
+    QTest::addColumn<QNetworkReply::NetworkError>("error");
+
+    QTest::newRow("answered") << QNetworkReply::NoError;
+    QTest::newRow("failed") << QNetworkReply::TimeoutError;
+}
+
+void tst_UpgradeClientProxy::pollReplyIsDeletedLater()
+{
+    QFETCH(QNetworkReply::NetworkError, error);
+    const QPointer<QNetworkReply> reply(new FakeReply(error));
+    QVERIFY(callSlot("slotScheduleReplyFinished", Q_ARG(QNetworkReply *, reply)));
+    QVERIFY(reply); // its own signals may be under way
+    deliverQueued();
+    QVERIFY(!reply);
+}
+
+void tst_UpgradeClientProxy::pollIsRepeatedByQt_data()
+{
+    uploadIsRepeatedByQt_data();
+}
+
 void tst_UpgradeClientProxy::pollIsRepeatedByQt()
 {
-    m_server->queue(PollPath, ScriptedHttpServer::closeWithoutAnswer());
+    QFETCH(ScriptedHttpServer::Reaction, reaction);
+    m_server->queue(PollPath, reaction);
     m_proxy->slotRunReply();
     QTRY_COMPARE(m_heard->bodies, QVector<QByteArray> { "{}" });
     QCOMPARE(m_server->count(PollPath), 2);
@@ -648,14 +876,27 @@ void tst_UpgradeClientProxy::pollInFlightOutlivesStop()
     QVERIFY(!m_pollTimer->isActive());
 }
 
+void tst_UpgradeClientProxy::noCookies_data()
+{
+    QTest::addColumn<bool>("isUpload");
+
+    QTest::newRow("upload") << true;
+    QTest::newRow("poll") << false;
+}
+
 void tst_UpgradeClientProxy::noCookies()
 {
-    m_server->queue(PollPath,
-                    ScriptedHttpServer::answer("{}", "200 OK", "Set-Cookie: id=1; Path=/\r\n"));
-    m_proxy->slotRunReply();
-    QTRY_COMPARE(m_heard->bodies.size(), 1);
-    m_proxy->slotRunReply();
-    QTRY_COMPARE(m_heard->bodies.size(), 2);
+    QFETCH(bool, isUpload);
+    m_server->always(isUpload ? UploadPath : PollPath,
+                     ScriptedHttpServer::answer("{}", "200 OK", "Set-Cookie: id=1; Path=/\r\n"));
+    for (int i = 1; i <= 2; ++i) {
+        if (isUpload)
+            QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
+        else
+            m_proxy->slotRunReply();
+        QTRY_COMPARE(m_heard->ends.size() + m_heard->bodies.size(), i);
+    }
+    QCOMPARE(m_server->requests().size(), 2);
     QVERIFY(!m_server->requests().at(1).head.contains("Cookie"));
 }
 
@@ -678,6 +919,31 @@ void tst_UpgradeClientProxy::noReply()
     QVERIFY(!m_pollTimer->isActive());
     QCOMPARE(m_heard->ends, (QStringList { "polled -1", "polled -1" }));
     QCOMPARE(warnings(), (QStringList { "process reply is null.", "process reply is null." }));
+}
+
+void tst_UpgradeClientProxy::finishedIsQueued()
+{
+    FakeReply upload(QNetworkReply::TimeoutError);
+    Q_EMIT uploadManager()->finished(&upload);
+    QCOMPARE(m_heard->ends, QStringList());
+    deliverQueued();
+    QCOMPARE(m_heard->ends, QStringList("uploaded 4"));
+
+    auto *const poll = new FakeReply(QNetworkReply::TimeoutError); // deleted by the proxy
+    Q_EMIT pollManager()->finished(poll);
+    QCOMPARE(m_heard->ends, QStringList("uploaded 4"));
+    deliverQueued();
+    QCOMPARE(m_heard->ends, (QStringList { "uploaded 4", "polled 4" }));
+}
+
+void tst_UpgradeClientProxy::sslErrorsOfEitherManager()
+{
+    FakeReply failed(QNetworkReply::SslHandshakeFailedError);
+    const QList<QSslError> errors { QSslError(QSslError::CertificateExpired) };
+    Q_EMIT uploadManager()->sslErrors(&failed, errors);
+    QCOMPARE(m_heard->ends, QStringList("uploaded 6"));
+    Q_EMIT pollManager()->sslErrors(&failed, errors);
+    QCOMPARE(m_heard->ends, (QStringList { "uploaded 6", "polled 6" }));
 }
 
 void tst_UpgradeClientProxy::sslErrors()
@@ -746,6 +1012,35 @@ void tst_UpgradeClientProxy::tearDown()
     QVERIFY(waitUntil([&process] { return process.state() == QProcess::NotRunning; }));
     QCOMPARE(process.exitStatus(), QProcess::NormalExit);
     QCOMPARE(process.exitCode(), 0);
+}
+
+// The object ends once in a process, so this comes behind all tests.
+void tst_UpgradeClientProxy::cleanupTestCase()
+{
+    m_proxy->setDeviceIp(QString());
+    QTest::ignoreMessage(QtWarningMsg, "the device ip is null. upgrade failed.");
+    QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), -1);
+    auto *const multiPart =
+        m_proxy->findChildren<QHttpMultiPart *>(QString(), Qt::FindDirectChildrenOnly).last();
+    auto *const file = multiPart->findChild<QFile *>();
+    QVERIFY(file);
+    m_proxy->startPostReply();
+
+    QStringList ended;
+    const auto note = [&ended](const QObject *object, const char *name) {
+        connect(object, &QObject::destroyed, [&ended, name] { ended.append(name); });
+    };
+    note(uploadManager(), "upload manager");
+    note(pollManager(), "poll manager");
+    note(m_pollTimer, "timer");
+    note(file, "file");
+    note(multiPart, "multi-part");
+    note(m_proxy, "proxy");
+    UpgradeClientProxy::destoryInstance();
+    // The proxy says so ahead of its remaining children.
+    QCOMPARE(
+        ended,
+        (QStringList { "upload manager", "poll manager", "timer", "file", "proxy", "multi-part" }));
 }
 
 int main(int argc, char *argv[])

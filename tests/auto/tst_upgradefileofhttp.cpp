@@ -55,6 +55,7 @@ constexpr unsigned short KnownModel = 1024;
 constexpr unsigned short NoBackModel = 1025; // without a section MCU_Back
 constexpr unsigned short NoMcuModel = 1026;
 constexpr unsigned short DefaultTimeoutModel = 1027; // lists group and id the other way round
+constexpr unsigned short HalfTimeoutModel = 1028; // lists group and id in entries of their own
 constexpr unsigned short UnknownModel = 1999;
 
 const char Catalogue[] = R"({
@@ -83,6 +84,14 @@ const char Catalogue[] = R"({
   { "modelId": "0x0403", "name": "Default time-out", "series": "S", "backPlaneModelId": "0x0800",
     "defaultTimeout": 1234,
     "commandTimeouts": [ { "commandGroup": "0x0A", "commandId": "0xFC", "timeout": 1 } ],
+    "sections": [
+      { "name": "MCU", "type": 1, "upgradeCode": "0x0101", "compatibilityCode": "0x000C", "order": 1 } ],
+    "subCards": [] },
+  { "modelId": "0x0404", "name": "Half time-outs", "series": "S", "backPlaneModelId": "0x0800",
+    "defaultTimeout": 4321,
+    "commandTimeouts": [
+      { "commandGroup": "0xFC", "commandId": "0x0B", "timeout": 1 },
+      { "commandGroup": "0xFB", "commandId": "0x0A", "timeout": 2 } ],
     "sections": [
       { "name": "MCU", "type": 1, "upgradeCode": "0x0101", "compatibilityCode": "0x000C", "order": 1 } ],
     "subCards": [] } ],
@@ -174,6 +183,8 @@ private Q_SLOTS:
     void fileMissing();
     void setDeviceIP();
     void newRunAfterTheEnd();
+    void bodyEndsAtTheFirstNul();
+    void answerOfTheFirstRunIsKept();
 
     void versionQuery_data();
     void versionQuery();
@@ -182,6 +193,7 @@ private Q_SLOTS:
     void versionUnanswered();
     void versionLabel();
     void versionFieldsBeforeAFault();
+    void versionAckIsNotLookedAt();
 
     void request_data();
     void request();
@@ -200,7 +212,13 @@ private Q_SLOTS:
     void scheduleWithoutBody();
     void olderSchedule_data();
     void olderSchedule();
+    void olderScheduleOfAnUnknownModel();
+    void olderRecordTakesThePlaceOfParts();
     void callbackChangesTheRecord();
+    void callbackReplacesItself();
+    void laterCallbackReplacesTheEarlier();
+    void endIsNotedBehindTheCallback_data();
+    void endIsNotedBehindTheCallback();
     void ends_data();
     void ends();
     void pollInFlightFailsAfterSuccess();
@@ -210,7 +228,9 @@ private Q_SLOTS:
 
     void translations();
     void emptyCallback();
+    void parent();
     void outlivesThePublicObject();
+    void leavesThePollingOn();
 
 private:
     void prepare(bool isCompatible, unsigned short modelId = KnownModel,
@@ -231,6 +251,7 @@ private:
     QStringList m_shown; // status texts, message boxes and ends, in order
     QStringList m_progress;
     std::function<void(s_UpgradePercent &)> m_onProgress;
+    std::function<void()> m_onFinished;
 };
 
 void tst_UpgradeFileOfHTTP::initTestCase()
@@ -261,7 +282,11 @@ void tst_UpgradeFileOfHTTP::initTestCase()
                 m_shown.append(QStringLiteral("box %1 ").arg(int(type)) + text);
                 return 0;
             });
-    m_upgrade.registerUpgradeFinishedCallBack([this] { m_shown.append("finished"); });
+    m_upgrade.registerUpgradeFinishedCallBack([this] {
+        m_shown.append("finished");
+        if (m_onFinished)
+            m_onFinished();
+    });
     m_upgrade.registerRefreshUpgradeProcessCallBack([this](s_UpgradePercent &percent) {
         m_progress.append(text(percent));
         if (m_onProgress)
@@ -282,7 +307,6 @@ void tst_UpgradeFileOfHTTP::init()
     m_server->always(UploadPath, ScriptedHttpServer::answer("received"));
     m_link = std::make_shared<ScriptedLink>();
     m_log = std::make_unique<LogRecorder>();
-    m_onProgress = nullptr;
     m_shown.clear();
     m_progress.clear();
     prepare(false);
@@ -291,6 +315,8 @@ void tst_UpgradeFileOfHTTP::init()
 
 void tst_UpgradeFileOfHTTP::cleanup()
 {
+    m_onProgress = nullptr;
+    m_onFinished = nullptr;
     auto *const proxy = UpgradeClientProxy::getInstance();
     proxy->stopPostReply();
     m_server.reset();
@@ -511,6 +537,27 @@ void tst_UpgradeFileOfHTTP::newRunAfterTheEnd()
     QCOMPARE(m_shown.count("finished"), 1);
 }
 
+void tst_UpgradeFileOfHTTP::bodyEndsAtTheFirstNul()
+{
+    m_private->sendUpgradeRequest(std::string("{\"a\":1}\0behind", 14));
+    QTRY_COMPARE(m_server->count(UploadPath), 1);
+    const QByteArray body = m_server->requests().first().body;
+    QVERIFY(body.contains("\r\n\r\n{\"a\":1}\r\n------weasdashDsdesd--"));
+    QVERIFY(!body.contains("behind"));
+}
+
+void tst_UpgradeFileOfHTTP::answerOfTheFirstRunIsKept()
+{
+    answerVersion(R"({"version":"3.0.0.0"})");
+    prepare(true);
+    QVERIFY(m_upgrade.doDeviceUpgradeOfHTTP());
+    QVERIFY(!m_private->m_bCompatibility);
+    QVERIFY(m_upgrade.doDeviceUpgradeOfHTTP());
+    QCOMPARE(m_link->requests().size(), 1); // the second one asks no more
+    QTRY_COMPARE(m_server->count(UploadPath), 2);
+    QVERIFY(m_server->requests().at(1).body.contains("\r\n\r\n{\"upgradeType\":1,"));
+}
+
 void tst_UpgradeFileOfHTTP::versionQuery_data()
 {
     QTest::addColumn<unsigned short>("modelId");
@@ -518,6 +565,7 @@ void tst_UpgradeFileOfHTTP::versionQuery_data()
 
     QTest::newRow("the first listed time-out") << KnownModel << 5000;
     QTest::newRow("group and id the other way round") << DefaultTimeoutModel << 1234;
+    QTest::newRow("group alone and id alone") << HalfTimeoutModel << 4321;
 }
 
 void tst_UpgradeFileOfHTTP::versionQuery()
@@ -616,6 +664,19 @@ void tst_UpgradeFileOfHTTP::versionFieldsBeforeAFault()
     QCOMPARE(version.brief, std::string("N/A"));
     QCOMPARE(warnings(),
              QStringList("Decode json failed: error at line :0 col :30 msg:not a valid string."));
+    QCOMPARE(m_shown, QStringList());
+}
+
+void tst_UpgradeFileOfHTTP::versionAckIsNotLookedAt()
+{
+    LinkAnswer answer = ScriptedLink::refused(7, QStringLiteral("busy"));
+    answer.values.insert(QStringLiteral("body"), QByteArray(R"({"version":"2.0.0.0"})"));
+    m_link->answer("command", answer);
+    prepare(true);
+    s_DeviceVersion version;
+    QVERIFY(m_private->getDeviceVersion(version));
+    QCOMPARE(version.version, std::string("2.0.0.0"));
+    QCOMPARE(warnings(), QStringList());
     QCOMPARE(m_shown, QStringList());
 }
 
@@ -726,6 +787,9 @@ void tst_UpgradeFileOfHTTP::uploadProgress_data()
     row("almost all", 999, 1000, "99%");
     row("all", 1000, 1000, "100%");
     row("half of 16 GiB", Q_INT64_C(1) << 33, Q_INT64_C(1) << 34, "50%");
+    row("unknown total", 5, -1, "-500%");
+    row("unknown total, 1 TiB sent", Q_INT64_C(1) << 40, -1, "-2147483648%");
+    row("1 TiB of 1 byte", Q_INT64_C(1) << 40, 1, "2147483647%");
 }
 
 void tst_UpgradeFileOfHTTP::uploadProgress()
@@ -857,6 +921,7 @@ void tst_UpgradeFileOfHTTP::olderSchedule_data()
     QTest::addColumn<QString>("progress");
     QTest::addColumn<QStringList>("shown");
     QTest::addColumn<QStringList>("warnings");
+    QTest::addColumn<bool>("isPolling");
 
     const auto running = [](int percent) {
         return QStringList(
@@ -864,7 +929,7 @@ void tst_UpgradeFileOfHTTP::olderSchedule_data()
     };
     const auto row = [](const char *name, const QByteArray &body, const QString &progress,
                         const QStringList &shown, const QStringList &warnings = {}) {
-        QTest::newRow(name) << body << progress << shown << warnings;
+        QTest::newRow(name) << body << progress << shown << warnings << (shown != Installed);
     };
     row("no record", "[]", "result 0 rate 0 sub 0 []", {});
     row("no lists", R"([{"result":5}])", "result 1 rate 0 sub 0 []", running(0));
@@ -897,6 +962,7 @@ void tst_UpgradeFileOfHTTP::olderSchedule_data()
         { "Can not find the section code by compatility code :98",
           "Can not find the section code by compatility code :99" });
     row("no failure in this form", R"([{"result":3}])", "result 1 rate 0 sub 0 []", running(0));
+    row("done, nothing more told", R"([{"result":0}])", "result 2 rate 0 sub 0 []", Installed);
 }
 
 void tst_UpgradeFileOfHTTP::olderSchedule()
@@ -904,11 +970,38 @@ void tst_UpgradeFileOfHTTP::olderSchedule()
     QFETCH(QByteArray, body);
     QFETCH(QString, progress);
     m_private->m_bCompatibility = true;
+    startPolling();
     m_private->slotReplyUpdataSchedule(body);
     QCOMPARE(m_progress, QStringList(progress));
     QTEST(m_shown, "shown");
     QFETCH(QStringList, warnings);
     QCOMPARE(this->warnings(), warnings);
+    QTEST(m_pollTimer->isActive(), "isPolling");
+}
+
+void tst_UpgradeFileOfHTTP::olderScheduleOfAnUnknownModel()
+{
+    prepare(true, UnknownModel);
+    m_private->slotReplyUpdataSchedule(
+        R"([{"result":1,"mainControl":[{"sections":[{"code":12,"rate":40}]}]}])");
+    QCOMPARE(warnings(),
+             (QStringList { "Can not find device config for this device, modelId : 12",
+                            "Can not find the section code by compatility code :12" }));
+    QCOMPARE(m_progress, QStringList("result 1 rate 0 sub 0 [1/0/0 0: ]"));
+}
+
+void tst_UpgradeFileOfHTTP::olderRecordTakesThePlaceOfParts()
+{
+    s_UpgradePercent percent;
+    percent.result = 7;
+    percent.rate = 8;
+    percent.parts.resize(1);
+    m_private->convertCompatibilityPercent({}, percent);
+    QCOMPARE(text(percent), QString("result 7 rate 8 sub 0 [1/0/0 0: ]"));
+    // Without a part the rate stays.
+    m_private->convertCompatibilityPercent({ s_CompatibilityUpgradePercent() }, percent);
+    QCOMPARE(percent.parts.size(), std::size_t(0));
+    QCOMPARE(percent.rate, std::uint8_t(8));
 }
 
 void tst_UpgradeFileOfHTTP::callbackChangesTheRecord()
@@ -921,6 +1014,87 @@ void tst_UpgradeFileOfHTTP::callbackChangesTheRecord()
     QCOMPARE(m_progress, QStringList("result 3 rate 99 sub 0 []"));
     QCOMPARE(m_shown, QStringList("status 0 6000 Upgrade has been completed: 12%"));
     QVERIFY(debugLines().contains("VelmarCmd 127.0.82.1 Upgrade has been completed: 12%"));
+}
+
+void tst_UpgradeFileOfHTTP::callbackReplacesItself()
+{
+    auto *const other = new UpgradeFileOfHTTP(this);
+    auto *const state = UpgradeFileOfHTTPPrivate::get(other);
+    disconnect(UpgradeClientProxy::getInstance(), nullptr, state, nullptr);
+    QStringList called;
+    const auto finishedState = std::make_shared<int>();
+    const auto progressState = std::make_shared<int>();
+    // What a callback holds stays until it has returned.
+    other->registerUpgradeFinishedCallBack([&called, other, held = finishedState] {
+        const std::weak_ptr<int> watched = held;
+        QStringList &calls = called;
+        other->registerUpgradeFinishedCallBack([&calls] { calls.append("second finished"); });
+        calls.append(QStringLiteral("finished %1").arg(watched.use_count()));
+    });
+    other->registerRefreshUpgradeProcessCallBack(
+        [&called, other, held = progressState](s_UpgradePercent &) {
+            const std::weak_ptr<int> watched = held;
+            QStringList &calls = called;
+            other->registerRefreshUpgradeProcessCallBack(
+                [&calls](s_UpgradePercent &) { calls.append("second progress"); });
+            calls.append(QStringLiteral("progress %1").arg(watched.use_count()));
+        });
+    state->slotReplyUpdataSchedule("{\"result\":2}");
+    QCOMPARE(called, (QStringList { "progress 2", "finished 2" }));
+    state->slotReplyUpdataSchedule("{\"result\":2}");
+    QCOMPARE(called.mid(2), (QStringList { "second progress", "second finished" }));
+    QCOMPARE(finishedState.use_count(), 1L);
+    QCOMPARE(progressState.use_count(), 1L);
+    delete other;
+    delete state;
+}
+
+void tst_UpgradeFileOfHTTP::laterCallbackReplacesTheEarlier()
+{
+    UpgradeFileOfHTTP other;
+    auto *const state = UpgradeFileOfHTTPPrivate::get(&other);
+    disconnect(UpgradeClientProxy::getInstance(), nullptr, state, nullptr);
+    QStringList called;
+    for (const char *name : { "first", "second" }) {
+        const QString text = QString::fromLatin1(name);
+        other.registerRefreshUpgradeProcessCallBack(
+            [&called, text](s_UpgradePercent &) { called.append(text + " progress"); });
+        other.registerUpgradeFinishedCallBack(
+            [&called, text] { called.append(text + " finished"); });
+    }
+    state->slotReplyUpdataSchedule("{\"result\":2}");
+    QCOMPARE(called, (QStringList { "second progress", "second finished" }));
+    delete state;
+}
+
+void tst_UpgradeFileOfHTTP::endIsNotedBehindTheCallback_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<QStringList>("shown");
+
+    QTest::newRow("done") << QByteArray("{\"result\":2}") << Installed;
+    QTest::newRow("failed") << QByteArray("{\"result\":3}") << Failed;
+}
+
+void tst_UpgradeFileOfHTTP::endIsNotedBehindTheCallback()
+{
+    QFETCH(QByteArray, body);
+    QFETCH(QStringList, shown);
+    startPolling();
+    bool isNoted = true;
+    bool isPolling = true;
+    QStringList shownBefore;
+    m_onFinished = [&] {
+        isNoted = m_private->m_bFinished;
+        isPolling = m_pollTimer->isActive();
+        shownBefore = m_shown;
+    };
+    m_private->slotReplyUpdataSchedule(body);
+    QVERIFY(!isNoted);
+    QVERIFY(!isPolling);
+    QCOMPARE(shownBefore, shown.mid(0, 2)); // the message box waits for the callback
+    QCOMPARE(m_shown, shown);
+    QVERIFY(m_private->m_bFinished);
 }
 
 void tst_UpgradeFileOfHTTP::ends_data()
@@ -1083,7 +1257,10 @@ void tst_UpgradeFileOfHTTP::translations()
                              + "device version failed: " + mark
                              + "invalid response command model data ."));
     QVERIFY(m_shown.contains(QString("status 0 6000 ") + mark + "Upload file progress: 50%"));
-    // Of all log lines these two alone repeat what the user reads.
+    // These three log lines repeat what the user reads; the label behind the first is never worded.
+    QVERIFY(warnings().contains(QString("VelmarCmd 127.0.82.1 ") + mark + "Get " + mark
+                                + "device version failed: " + mark
+                                + "invalid response command model data .  lables: 1"));
     QVERIFY(warnings().contains(mark + Refusal));
     QVERIFY(debugLines().contains(QString("VelmarCmd 127.0.82.1 ") + mark
                                   + "Upgrade has been completed: 5%"));
@@ -1100,6 +1277,29 @@ void tst_UpgradeFileOfHTTP::emptyCallback()
     QVERIFY(!fresh->m_bFinished);
     fresh->slotReplyUpdataSchedule("{"); // nothing to tell
     delete fresh;
+}
+
+void tst_UpgradeFileOfHTTP::parent()
+{
+    QVERIFY(!m_upgrade.parent());
+    QObject owner;
+    auto *const other = new UpgradeFileOfHTTP(&owner);
+    QCOMPARE(other->parent(), &owner);
+    delete UpgradeFileOfHTTPPrivate::get(other);
+}
+
+void tst_UpgradeFileOfHTTP::leavesThePollingOn()
+{
+    auto *const proxy = UpgradeClientProxy::getInstance();
+    startPolling();
+    UpgradeFileOfHTTPPrivate *left = nullptr;
+    {
+        UpgradeFileOfHTTP other;
+        left = UpgradeFileOfHTTPPrivate::get(&other);
+    }
+    QVERIFY(m_pollTimer->isActive());
+    QCOMPARE(UpgradeClientProxy::getInstance(), proxy);
+    delete left;
 }
 
 void tst_UpgradeFileOfHTTP::outlivesThePublicObject()
