@@ -3,6 +3,7 @@
 #include "console.h"
 #include "devicesession.h"
 #include "httprun.h"
+#include "imagebuild.h"
 #include "logcapture.h"
 #include "modelnames.h"
 #include "offer.h"
@@ -55,9 +56,11 @@ void describeOptions(CommandLine &options)
                                      "register by register; %1 unless set.")
                           .arg(NativeRoad, RegisterRoad, HttpRoad),
                       QStringLiteral("ROAD"), NativeRoad);
-    options.addOption(File,
-                      QStringLiteral("With --road http: the image to upload, for what is chosen."),
-                      QStringLiteral("FILE"));
+    options.addOption(
+        File,
+        QStringLiteral("With --road http: the image to upload; built of what is chosen unless "
+                       "set."),
+        QStringLiteral("FILE"));
     options.addOption(Compatibility,
                       QStringLiteral("With --road http: let the device's version decide on the "
                                      "generation of its service; the newer one otherwise."));
@@ -115,9 +118,6 @@ bool isRoadInOrder(const CommandLine &options)
         if (!isHttp && options.isSet(option))
             return !isUsageError(QStringLiteral("--%1 is for --road http alone").arg(option));
     }
-    if (isHttp && !options.isSet(File))
-        return !isUsageError(
-            QStringLiteral("--road http uploads an image. Name it with --file FILE"));
     return !isHttp || options.number(StallTimeout, 1, 86400);
 }
 
@@ -140,6 +140,20 @@ bool choose(const CommandLine &options, const QString &path,
     }
     complain(HostExitCode::NothingFits, errorText);
     return false;
+}
+
+/*! Builds the image of what was chosen; tells the error if that fails. */
+bool buildImage(ImageBuild &image, std::chrono::milliseconds timeLimit, LogCapture &log)
+{
+    print(QStringLiteral("Building the image of what was chosen\n"));
+    QString errorText;
+    if (!image.run(timeLimit, errorText)) {
+        complain(HostExitCode::Failed, printable(errorText));
+        printCause(log.lastLines());
+        return false;
+    }
+    log.clear(); // that the library was kept from sending is no cause of what follows
+    return true;
 }
 
 } // namespace
@@ -201,17 +215,21 @@ HostExitCode runVerb(const QStringList &arguments)
         return supervise(
             run, [&] { run.start(rest); }, registerRoadTexts(), isVerbose, log);
     }
+    const UpgradeOrder order { session->device(), selection.cardInfoParts(), parse.units(),
+                               parse.dataFilePaths(), path };
     if (options.value(Road) == HttpRoad) {
+        ImageBuild image(order);
+        if (!options.isSet(File) && !buildImage(image, rest, log))
+            return HostExitCode::Failed;
         HttpRun run({ options.isSet(Compatibility), session->device()->link(),
                       session->device()->modelId(), selection.cardInfoParts(),
-                      libraryPath(options.value(File)),
+                      options.isSet(File) ? libraryPath(options.value(File)) : image.imagePath(),
                       options.isSet(HttpHost) ? options.value(HttpHost) : address->host });
         const std::chrono::seconds stallLimit(*options.number(StallTimeout, 1, 86400));
         return supervise(
             run, [&] { run.start(rest, stallLimit); }, httpRoadTexts(), isVerbose, log);
     }
-    UpgradeRun run({ session->device(), selection.cardInfoParts(), parse.units(),
-                     parse.dataFilePaths(), path });
+    UpgradeRun run(order);
     return supervise(
         run, [&] { run.start(Firmware::Enum::UpgradeProcessType::FullUpgrade, rest); },
         nativeRoadTexts(address->toString()), isVerbose, log);

@@ -152,8 +152,6 @@ private Q_SLOTS:
             "--timeout: \"86401\" is no number from 1 to 86400");
         row("unknown road", { "run", package, "--device", "wall", "--road", "sea" }, 2,
             "--road: there is no road \"sea\". There are: native, http, registers");
-        row("HTTP without an image", { "run", package, "--device", "wall", "--road", "http" }, 2,
-            "--road http uploads an image. Name it with --file FILE");
         row("image for another road", { "run", package, "--device", "wall", "--file", "x" }, 2,
             "--file is for --road http alone");
         row("compatibility for another road",
