@@ -5,6 +5,7 @@
 
 #include <QDomDocument>
 #include <QFile>
+#include <QFileInfo>
 
 namespace Velmar::Firmware {
 
@@ -39,7 +40,8 @@ bool DataFilePathConfig::readConfig(const QString &path, QVector<DataFilePath> &
         return false;
     }
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    // A pipe would keep the reader waiting.
+    if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadOnly)) {
         errorText = tr("Fail to open file [%1]!").arg(path);
         return false;
     }

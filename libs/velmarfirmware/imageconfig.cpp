@@ -8,6 +8,7 @@
 
 #include <QDebug>
 #include <QFile>
+#include <QFileInfo>
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -61,8 +62,9 @@ void ImageConfig::destroyInstance()
 bool ImageConfig::readConfig(const QString &path, QString &)
 {
     QFile file(path);
-    // In text mode every carriage return drops out, in the header as well.
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text)) {
+    // In text mode every carriage return drops out, in the header as well. A pipe would keep the
+    // reader waiting.
+    if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadOnly | QIODevice::Text)) {
         qWarning().noquote() << QStringLiteral("Fail to open file: ") + path;
         return false;
     }

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QDomDocument>
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 
@@ -83,8 +84,9 @@ bool PackageConfig::readConfig(const QString &path, QString &errorText)
         errorText = QStringLiteral("PackageCfg file is not exist");
         return false;
     }
-    // A package that its owner may not change is refused, although it is only read.
-    if (!file.open(QIODevice::ReadWrite | QIODevice::Text)) {
+    // A package that its owner may not change is refused, although it is only read. A pipe would
+    // keep the reader waiting.
+    if (!QFileInfo(file).isFile() || !file.open(QIODevice::ReadWrite | QIODevice::Text)) {
         errorText = QStringLiteral("Failed to open PackageCfg file");
         return false;
     }
@@ -96,6 +98,8 @@ bool PackageConfig::readConfig(const QString &path, QString &errorText)
     }
     file.close();
     const QDomElement root = document.documentElement();
+    // The parser takes no text without a root, so this never fires; hosts know the text all the
+    // same.
     if (root.isNull()) {
         errorText = QStringLiteral("PackageCfg file is empty");
         return false;

@@ -42,7 +42,7 @@ public:
 
 private:
     std::atomic<T *> m_object { nullptr };
-    QMutex m_mutex;
+    QBasicMutex m_mutex; // a QMutex without a destructor: workers may come to it at the very end
 };
 
 } // namespace Velmar::Firmware::Internal

@@ -2,7 +2,9 @@
 
 #include <QDomDocument>
 #include <QIODevice>
-#include <QXmlStreamReader>
+#include <QXmlDefaultHandler>
+#include <QXmlInputSource>
+#include <QXmlSimpleReader>
 
 namespace Velmar::Firmware::Internal {
 
@@ -12,35 +14,47 @@ namespace {
 // with the square of its depth to build: at some ten thousand levels the stack overflows.
 constexpr int MaxNesting = 256;
 
-// As many elements as start tags can open: no document is nested deeper than that.
-int startTagCount(const QByteArray &xml)
+QT_WARNING_PUSH
+QT_WARNING_DISABLE_DEPRECATED // QDomDocument has no other parser with these messages
+
+    /*! Breaks a parse off at the first element that is nested too deep. */
+    class NestingGuard : public QXmlDefaultHandler {
+public:
+    bool startElement(const QString & /*uri*/, const QString & /*localName*/,
+                      const QString & /*name*/, const QXmlAttributes & /*attributes*/) override
+    {
+        m_isTooDeep = ++m_depth > MaxNesting;
+        return !m_isTooDeep;
+    }
+
+    bool endElement(const QString & /*uri*/, const QString & /*localName*/,
+                    const QString & /*name*/) override
+    {
+        --m_depth;
+        return true;
+    }
+
+    bool isTooDeep() const { return m_isTooDeep; }
+
+private:
+    int m_depth = 0;
+    bool m_isTooDeep = false;
+};
+
+// Looked at with QDomDocument's own parser: it alone knows which elements it opens, whatever the
+// encoding and the entities of the text. Other faults are left to the parse itself.
+bool isTooDeep(const QByteArray &xml)
 {
-    int count = 0;
-    for (int i = xml.indexOf('<'); i >= 0; i = xml.indexOf('<', i + 1))
-        ++count;
-    return count;
+    QXmlInputSource source;
+    source.setData(xml);
+    NestingGuard guard;
+    QXmlSimpleReader reader;
+    reader.setContentHandler(&guard);
+    reader.parse(source);
+    return guard.isTooDeep();
 }
 
-// The look at the depth itself: it knows no recursion. False, with a text, also for a fault of the
-// document, behind which nothing is known of its depth.
-bool isNestingSound(const QByteArray &xml, QString &errorText)
-{
-    QXmlStreamReader reader(xml);
-    reader.setNamespaceProcessing(false);
-    int depth = 0;
-    while (!reader.atEnd()) {
-        const QXmlStreamReader::TokenType token = reader.readNext();
-        if (token == QXmlStreamReader::EndElement)
-            --depth;
-        if (token == QXmlStreamReader::StartElement && ++depth > MaxNesting) {
-            errorText = QStringLiteral("elements are nested more than %1 deep").arg(MaxNesting);
-            return false;
-        }
-    }
-    if (reader.hasError())
-        errorText = reader.errorString();
-    return !reader.hasError();
-}
+QT_WARNING_POP
 
 } // namespace
 
@@ -48,8 +62,10 @@ bool parseXml(QIODevice &device, bool namespaceProcessing, QDomDocument &documen
               QString &errorText)
 {
     const QByteArray xml = device.readAll();
-    if (startTagCount(xml) > MaxNesting && !isNestingSound(xml, errorText))
+    if (isTooDeep(xml)) {
+        errorText = QStringLiteral("elements are nested more than %1 deep").arg(MaxNesting);
         return false;
+    }
     return document.setContent(xml, namespaceProcessing, &errorText);
 }
 

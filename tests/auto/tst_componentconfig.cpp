@@ -3,6 +3,7 @@
 #include "support/packagebuilder.h"
 #include "support/singletonrace.h"
 
+#include <QPointer>
 #include <QtTest>
 
 #include <QHash>
@@ -215,7 +216,9 @@ private Q_SLOTS:
         QVERIFY(threadsShareFirstInstance<ComponentConfig>());
         QCOMPARE(ComponentConfig::instance(), ComponentConfig::instance());
         QVERIFY(!ComponentConfig::instance()->parent());
+        const QPointer<ComponentConfig> first(ComponentConfig::instance());
         ComponentConfig::destroyInstance();
+        QVERIFY(first.isNull());
         ComponentConfig::destroyInstance();
         QVERIFY(ComponentConfig::instance());
     }

@@ -4,7 +4,10 @@
 #include "support/translationrecorder.h"
 #include "support/unprivileged.h"
 
+#include <QPointer>
 #include <QtTest>
+
+#include <sys/stat.h>
 
 #include <QTemporaryDir>
 
@@ -60,7 +63,9 @@ private Q_SLOTS:
     {
         QVERIFY(threadsShareFirstInstance<DataFilePathConfig>());
         QVERIFY(!DataFilePathConfig::instance()->parent());
+        const QPointer<DataFilePathConfig> first(DataFilePathConfig::instance());
         DataFilePathConfig::destroyInstance();
+        QVERIFY(first.isNull());
         DataFilePathConfig::destroyInstance();
         QVERIFY(DataFilePathConfig::instance());
     }
@@ -201,10 +206,20 @@ private Q_SLOTS:
     void parserMessage_data()
     {
         QTest::addColumn<QByteArray>("xml");
-        QTest::newRow("empty file") << QByteArray("");
-        QTest::newRow("cut off") << QByteArray("<Velmar><F>");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("empty file") << QByteArray("") << QStringLiteral("unexpected end of file");
+        QTest::newRow("cut off") << QByteArray("<Velmar><F>")
+                                 << QStringLiteral("unexpected end of file");
         QTest::newRow("cut off behind many entries")
-            << QByteArray("<Velmar>" + QByteArray("<F/>").repeated(300));
+            << QByteArray("<Velmar>" + QByteArray("<F/>").repeated(300))
+            << QStringLiteral("unexpected end of file");
+        // Few tags in the text, many in the document.
+        QTest::newRow("nested by entities")
+            << QByteArray("<!DOCTYPE Velmar [<!ENTITY a '" + QByteArray("<i>").repeated(80)
+                          + "'>]><Velmar>" + QByteArray("&a;").repeated(2000) + "</Velmar>")
+            << QStringLiteral("elements are nested more than 256 deep");
+        QTest::newRow("tags that do not match")
+            << QByteArray("<Velmar><F></G></Velmar>") << QStringLiteral("tag mismatch");
     }
     void parserMessage()
     {
@@ -216,9 +231,16 @@ private Q_SLOTS:
 
         const QString start = QStringLiteral("\u00abParse error :");
         QVERIFY2(m_errorText.startsWith(start), qPrintable(m_errorText));
-        QVERIFY(m_errorText.size() > start.size());
-        QVERIFY(!m_errorText.contains(Untouched));
+        QTEST(m_errorText.mid(start.size()), "message");
         QCOMPARE(translator.asked().last(), qMakePair(Context, QStringLiteral("Parse error :%1")));
+    }
+
+    void pipeIsRefused()
+    {
+        const QString pipe = m_folder.filePath(QStringLiteral("pipe"));
+        QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        QVERIFY(!DataFilePathConfig::instance()->readConfig(pipe, m_paths, m_errorText));
+        QCOMPARE(m_errorText, QStringLiteral("Fail to open file [%1]!").arg(pipe));
     }
 
     void pathsAreAppendedTo()

@@ -523,6 +523,21 @@ private Q_SLOTS:
         QCOMPARE(log.lines().size(), units.isEmpty() ? 1 : 0);
     }
 
+    // A host without a device can look a package through.
+    void givenModelNeedsNoDevice()
+    {
+        QVERIFY(writeUnit("u", Controller, 0, { "MCU:m" }));
+        QVERIFY(writeUnit("c", InputCard, 1, { "MCU:m" }));
+        QVERIFY(m_builder->index({ QStringLiteral("u"), QStringLiteral("c") }));
+        Parse parse(m_builder->path(), false, true, Controller);
+        const LogRecorder log;
+
+        QVERIFY(parse.run());
+
+        QVERIFY(parse.ends.first().first);
+        QVERIFY(log.lines().isEmpty());
+    }
+
     void dataPathMode_data()
     {
         QTest::addColumn<bool>("isGivenModel");

@@ -148,8 +148,9 @@ DataPackage::DataPackage(const DataPackage &other)
     , ModuleID(other.ModuleID)
     , IsSupportFromScratch(other.IsSupportFromScratch)
     , StepType(other.StepType)
-    , endSendCmd(new EndSendCmd(*other.endSendCmd))
-    , beforeStartCmd(new BeforeStartCmd(*other.beforeStartCmd))
+    , endSendCmd(other.endSendCmd ? new EndSendCmd(*other.endSendCmd) : new EndSendCmd)
+    , beforeStartCmd(other.beforeStartCmd ? new BeforeStartCmd(*other.beforeStartCmd)
+                                          : new BeforeStartCmd)
 {
     setObjectName(QStringLiteral("DataPackage"));
     cloneAll(other.fileInfos, fileInfos);

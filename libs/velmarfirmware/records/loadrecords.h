@@ -142,8 +142,8 @@ public:
     int StepType = 0; //!< as UpgradeCfg::stepType
 
     QList<FileInfo *> fileInfos; //!< owned
-    EndSendCmd *endSendCmd; //!< owned, never null, no QObject child
-    BeforeStartCmd *beforeStartCmd; //!< owned, never null, no QObject child
+    EndSendCmd *endSendCmd; //!< owned, no QObject child; null in a source is copied as nothing
+    BeforeStartCmd *beforeStartCmd; //!< likewise
 };
 
 } // namespace TZ::ZLoad
