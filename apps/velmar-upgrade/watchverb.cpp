@@ -10,6 +10,12 @@
 
 #include <velmarmodelcontrol/auxiliary.h>
 
+#include <QElapsedTimer>
+
+#include <algorithm>
+#include <chrono>
+#include <future>
+#include <memory>
 #include <optional>
 
 using namespace Velmar;
@@ -45,6 +51,21 @@ std::optional<HostExitCode> endWithoutWatching(int result, bool mayRestart)
     }
 }
 
+/*! What a device told of its installation. */
+struct ToldProgress {
+    bool isTold = false;
+    ProtoModel::Auxiliary::s_UpgradePercent progress;
+    QString errorText;
+};
+
+ToldProgress askForProgress(const std::shared_ptr<BizModel::Device> &device)
+{
+    ToldProgress told;
+    told.isTold =
+        ModelControl::Auxiliary(device).readUpgradeProgress(told.progress, told.errorText);
+    return told;
+}
+
 } // namespace
 
 HostExitCode watchVerb(const QStringList &arguments)
@@ -77,21 +98,34 @@ HostExitCode watchVerb(const QStringList &arguments)
     if (!session)
         return HostExitCode::Unreachable;
 
-    ProtoModel::Auxiliary::s_UpgradePercent progress;
-    QString errorText;
-    if (!ModelControl::Auxiliary(session->device()).readUpgradeProgress(progress, errorText))
+    const auto texts = nativeRoadTexts(address->toString());
+    QElapsedTimer watched;
+    watched.start();
+    // On a thread, since a device that does not answer is asked again and again, and longer than
+    // the time limit may be.
+    auto answer = std::async(std::launch::async, askForProgress, session->device());
+    if (answer.wait_for(*timeLimit) != std::future_status::ready) {
+        complain(HostExitCode::OutcomeUnknown,
+                 QStringLiteral("The time limit has passed. %1")
+                     .arg(texts.leaving(DeviceRun::Stage::Installing)));
+        leaveProcess(HostExitCode::OutcomeUnknown);
+    }
+    const auto told = answer.get();
+    if (!told.isTold)
         return complain(
             HostExitCode::Failed,
             QStringLiteral("The device does not tell its progress: %1. Check that it is "
                            "switched on, and try again")
-                .arg(printable(errorText)));
+                .arg(printable(told.errorText)));
     if (const auto code =
-            endWithoutWatching(progress.result, options.isSet(QStringLiteral("restart"))))
+            endWithoutWatching(told.progress.result, options.isSet(QStringLiteral("restart"))))
         return *code;
 
     log.clear(); // what went before is no cause of how the watching ends
+    const auto timeLeft = std::max(*timeLimit - std::chrono::milliseconds(watched.elapsed()),
+                                   std::chrono::milliseconds(0));
     UpgradeRun run({ session->device(), {}, {}, {}, {} });
     return supervise(
-        run, [&] { run.start(Firmware::Enum::UpgradeProcessType::ReadProgressOnly, *timeLimit); },
-        nativeRoadTexts(address->toString()), isVerbose, log);
+        run, [&] { run.start(Firmware::Enum::UpgradeProcessType::ReadProgressOnly, timeLeft); },
+        texts, isVerbose, log);
 }

@@ -20,7 +20,7 @@ using TZ::ZLoad::FileInfo;
 using Commands = Internal::CompatibilityUpgradeDatPrivate::Commands;
 
 constexpr int HeartbeatPauseMs = 180000;
-constexpr int LowestMajorVersion = 3; // older packages have no register commands
+constexpr int LowestMajorVersion = 3; // older packages are not for this road
 constexpr int UpgradeRequested = 1; // s_CardInfoParts::type
 constexpr int ProgressType = 17; // of signalUpdateProcessChanged()
 constexpr int ChunkSize = 4096; // bytes; the largest payload of one write
@@ -252,7 +252,7 @@ bool CompatibilityUpgradeDatPrivate::sendFileLengthCommand(const Commands &comma
     if (!write(LengthGuardOffset, 0, LengthGuardOffset))
         return false;
     m_totalFileLength = totalFileLength();
-    // Logged as if it were the guard: support tools search the logs for that address.
+    // Logged with the guard's address: those who read the logs know this number, and it stays.
     return write(0, m_totalFileLength, LengthGuardOffset)
         && write(LengthGuardOffset, 0, LengthGuardOffset)
         && write(CurrentLengthOffset, decodedFileLength(m_currentFilePath), CurrentLengthOffset);
@@ -300,7 +300,7 @@ bool CompatibilityUpgradeDatPrivate::sendFileDataCommand(const Commands &command
         warning() << "Fail to send command(SendFileData): decode failed " << m_currentFilePath;
         return false;
     }
-    QFile file(plain.path());
+    QFile file(plain.path()); // behind the copy, so that it closes before that is removed
     if (!file.open(QIODevice::ReadOnly)) {
         warning() << "Fail to send command(SendFileData): open file failed " << m_currentFilePath;
         return false;
@@ -319,6 +319,7 @@ bool CompatibilityUpgradeDatPrivate::sendFileParts(const CommandConfig &command,
     for (int i = 1; i <= total; ++i) {
         const QByteArray chunk = content.mid((i - 1) * ChunkSize, ChunkSize);
         if (!sendUpdatePackage(addressOf(command), timeoutOf(command), chunk)) {
+            // The blank keeps the number apart from a path that ends in digits.
             warning() << "Fail to send command(SendFileData): send to hardware failed,"
                          " current/total "
                       << m_currentFilePath << ' ' << i << '/' << total;
@@ -332,7 +333,7 @@ bool CompatibilityUpgradeDatPrivate::sendFileParts(const CommandConfig &command,
 bool CompatibilityUpgradeDatPrivate::sendUpdatePackage(unsigned int address, unsigned int timeout,
                                                        const QByteArray &data)
 {
-    // An empty file is sent nevertheless: the device waits for its write.
+    // An empty file is sent nevertheless: what it means is for the device to judge.
     if (data.isEmpty())
         qWarning() << "Fail to send command: data is empty";
     const auto channel = m_channel.lock();

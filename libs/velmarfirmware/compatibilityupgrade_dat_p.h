@@ -12,7 +12,7 @@
 namespace Velmar::Firmware::Internal {
 
 /*!
-    One run over the register road, on this thread.
+    The runs over the register road, one after the other, on this thread.
 
     The order of the writes is that of the commands in the package; the code knows only what each
     command means. The steps are public for the tests alone. Each logs its cause and answers false
@@ -53,7 +53,7 @@ public:
     bool m_result = false; // of the last run; read by the owner once the thread has finished
     QString m_errorMessage; // never cleared, so that it outlives the runs behind it
 
-    // Set between runs, only read during one.
+    // Set between runs, only read during one; the caller sees to it.
     std::vector<ProtoModel::Auxiliary::s_CardInfoParts> m_cardParts;
     std::weak_ptr<SSProxy::DeviceChannel> m_channel;
 

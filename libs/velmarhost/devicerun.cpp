@@ -23,7 +23,11 @@ void DeviceRun::giveUp()
     const bool hasWorker = isWorkerAlive();
     enter(Stage::Ended);
     m_timeLimit.stop();
-    m_isWorkerLeftBehind = hasWorker && !endWorker(m_workerEndLimit);
+    // Left behind until it has ended: endWorker() may handle events, among them one that gives the
+    // run up again, and that has to wait for the worker, too.
+    m_isWorkerLeftBehind = hasWorker;
+    if (hasWorker)
+        m_isWorkerLeftBehind = !endWorker(m_workerEndLimit);
 }
 
 void DeviceRun::setWorkerEndLimit(std::chrono::milliseconds limit)

@@ -64,8 +64,8 @@ Q_SIGNALS:
     /*! The device's report on the installation has changed. */
     void signalInstalling(const Velmar::ProtoModel::Auxiliary::s_UpgradePercent &progress);
 
-    /*! The run has ended and its worker too, or the time limit has passed; emitted once. \a text
-        is the last word for the user; for TimedOut it is empty. */
+    /*! The run has ended and its worker has nothing left to do, or the time limit has passed;
+        emitted once. \a text is the last word for the user; for TimedOut it is empty. */
     void signalEnded(Velmar::Host::DeviceRun::Outcome outcome, const QString &text);
 
 protected:

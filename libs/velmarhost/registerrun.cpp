@@ -28,20 +28,23 @@ RegisterRun::RegisterRun(const std::shared_ptr<BizModel::DeviceLink> &link,
 
 RegisterRun::~RegisterRun()
 {
-    if (isWorkerAlive())
+    if (m_isStarted && isWorkerAlive())
         keepForWorker(std::move(m_upgrade));
 }
 
 void RegisterRun::start(std::chrono::milliseconds timeLimit)
 {
     begin(timeLimit);
-    if (!m_upgrade->update(m_parts, m_channel))
+    m_isStarted = m_upgrade->update(m_parts, m_channel);
+    if (!m_isStarted)
         QMetaObject::invokeMethod(
             this, [this] { slotFinished(false, QString()); }, Qt::QueuedConnection);
 }
 
 bool RegisterRun::endWorker(std::chrono::milliseconds limit)
 {
+    if (!m_isStarted)
+        return true;
     QEventLoop loop;
     bool hasEnded = false;
     connect(m_upgrade.get(), &Firmware::CompatibilityUpgradeDat::signalUpdateFinished, &loop, [&] {
@@ -59,7 +62,9 @@ void RegisterRun::slotProgress(double fraction)
     if (stage() == Stage::Ended)
         return;
     enter(Stage::Sending);
-    const int percent = int(fraction * 100);
+    // A number like 0.29 is a little less than that, and its hundredfold less than 29. The least
+    // part of a percent that a file can come to is far above what is added.
+    const int percent = int(fraction * 100 + 1e-9);
     if (percent == m_percent)
         return;
     m_percent = percent;
@@ -69,6 +74,8 @@ void RegisterRun::slotProgress(double fraction)
 
 void RegisterRun::slotFinished(bool result, const QString &errorText)
 {
+    // The worker has done everything by now, and Qt waits for a thread that is merely ending when
+    // the library's object goes.
     // The library words no success, and of the faults of a device it has only the log speak.
     if (result)
         finish(true, QStringLiteral("The firmware is written, and the device restarts with it"));

@@ -51,6 +51,7 @@ private:
     const std::shared_ptr<SSProxy::DeviceChannel> m_channel;
     const std::vector<ProtoModel::Auxiliary::s_CardInfoParts> m_parts;
     std::unique_ptr<Firmware::CompatibilityUpgradeDat> m_upgrade;
+    bool m_isStarted = false; // the worker
     int m_percent = -1; // of the file, as signalSending() told it last
 };
 

@@ -10,6 +10,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <limits>
+
 using TZ::ZLoad::CommandConfig;
 using TZ::ZLoad::FileInfo;
 using Velmar::BizModel::LinkAnswer;
@@ -113,6 +115,9 @@ private Q_SLOTS:
     void commandsWithoutTraffic_data();
     void commandsWithoutTraffic();
     void nullCommand();
+    void nullCommandBeforeDeviceId();
+    void commandsAroundTheFileAreNotUsed();
+    void otherFieldsAreNotUsed();
     void nameTwice();
     void failureEndsTheWalk_data();
     void failureEndsTheWalk();
@@ -134,6 +139,10 @@ private Q_SLOTS:
     void lengthWriteRefused();
 
     void oneWrite();
+    void lengthIsCutToSixteenBits_data();
+    void lengthIsCutToSixteenBits();
+    void timeout_data();
+    void timeout();
     void targetFlag_data();
     void targetFlag();
     void emptyWriteIsSent();
@@ -274,6 +283,57 @@ void tst_CompatibilityCommands::nullCommand()
     QCOMPARE(run.link->writes(), QStringList({ "01000030: 01 00 01 00" }));
     QCOMPARE(log.texts(QtWarningMsg),
              QStringList({ "Fail to send command: invalid command config" }));
+}
+
+void tst_CompatibilityCommands::nullCommandBeforeDeviceId()
+{
+    const LogRecorder log;
+    Run run;
+    run.add(Mcu, McuDat, { CardIndex, DeviceId });
+    QList<CommandConfig *> &commands = run.d.m_dataPackage.fileInfos.first()->commandConfigs;
+    commands.insert(1, nullptr);
+
+    QVERIFY(!run.d.sendCommandConfig(commands));
+
+    QCOMPARE(run.link->writes(), QStringList({ "01000010: f2 01 02" }));
+    QCOMPARE(log.texts(QtWarningMsg),
+             QStringList({ "Fail to send command: invalid command config" }));
+}
+
+void tst_CompatibilityCommands::commandsAroundTheFileAreNotUsed()
+{
+    Run run;
+    run.add(Mcu, McuDat, { FileCount });
+    const auto fileType = [] {
+        auto *command = new CommandConfig;
+        command->CmdName = FileType.name;
+        command->Address = FileTypeAddress;
+        return command;
+    };
+    run.d.m_dataPackage.beforeStartCmd->commandConfigs.append(fileType());
+    run.d.m_dataPackage.endSendCmd->commandConfigs.append(fileType());
+
+    QVERIFY(run.d.sendFileInfo());
+
+    QCOMPARE(run.link->writes(), QStringList({ "01000030: 01 00 01 00" }));
+}
+
+void tst_CompatibilityCommands::otherFieldsAreNotUsed()
+{
+    Run run;
+    run.add(Mcu, McuDat, { FileCount });
+    FileInfo &file = *run.d.m_dataPackage.fileInfos.first();
+    file.Address = 0x00000BAD;
+    CommandConfig &command = *file.commandConfigs.first();
+    command.IsCommonCmd = true;
+    command.WaitTime = 600000; // the test would not live to see it
+    command.ExecuteTimes = 3;
+    command.CmdFromNoneType = 4;
+    command.SpecialPackID = 5;
+
+    QVERIFY(run.d.sendFileInfo());
+
+    QCOMPARE(run.link->writes(), QStringList({ "01000030: 01 00 01 00" }));
 }
 
 void tst_CompatibilityCommands::nameTwice()
@@ -639,6 +699,55 @@ void tst_CompatibilityCommands::oneWrite()
     expected.insert(QLatin1String("body"), QByteArray("\x00\xFF\x01", 3));
     QCOMPARE(run.link->requests().first().arguments, expected);
     QCOMPARE(log.lines().size(), 0);
+}
+
+void tst_CompatibilityCommands::lengthIsCutToSixteenBits_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<int>("length");
+
+    QTest::newRow("just fits") << 65535 << 65535;
+    QTest::newRow("one more") << 65536 << 0;
+    QTest::newRow("two more") << 65537 << 1;
+}
+
+void tst_CompatibilityCommands::lengthIsCutToSixteenBits()
+{
+    QFETCH(int, size);
+    QFETCH(int, length);
+    Run run;
+
+    QVERIFY(run.d.sendUpdatePackage(1, 1, QByteArray(size, 'x')));
+
+    QCOMPARE(run.link->requests().first().arguments.value(QLatin1String("length")),
+             QCborValue(length));
+    QCOMPARE(run.link->payloads().first().size(), size);
+}
+
+void tst_CompatibilityCommands::timeout_data()
+{
+    QTest::addColumn<unsigned int>("timeout");
+    QTest::addColumn<int>("asked");
+
+    QTest::newRow("none") << 0U << 0;
+    QTest::newRow("longest") << 0x7FFFFFFFU << 2147483647;
+    // The request's time-out is signed.
+    QTest::newRow("in the upper half") << 0x80000000U << std::numeric_limits<int>::min();
+    QTest::newRow("all bits") << 0xFFFFFFFFU << -1;
+}
+
+void tst_CompatibilityCommands::timeout()
+{
+    QFETCH(unsigned int, timeout);
+    QFETCH(int, asked);
+    Run run;
+    run.add(Mcu, McuDat, { FileCount });
+    run.d.m_dataPackage.fileInfos.first()->commandConfigs.first()->TimeOut =
+        static_cast<int>(timeout);
+
+    QVERIFY(run.d.sendFileInfo());
+
+    QCOMPARE(run.link->requests().first().timeout, asked);
 }
 
 void tst_CompatibilityCommands::targetFlag_data()

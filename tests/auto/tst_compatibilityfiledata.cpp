@@ -293,12 +293,16 @@ void tst_CompatibilityFileData::decodeFails_data()
     QTest::addColumn<bool>("isThere");
     QTest::addColumn<bool>("isDamaged");
     QTest::addColumn<bool>("isInTheWay"); // a folder, where the plain copy belongs
+    QTest::addColumn<bool>("hasLeftover"); // a plain copy of an earlier run
     QTest::addColumn<QStringList>("left");
 
-    QTest::newRow("no file") << false << false << false << QStringList();
-    QTest::newRow("damaged file") << true << true << false << QStringList({ "MCU.dat" });
+    QTest::newRow("no file") << false << false << false << false << QStringList();
+    QTest::newRow("damaged file") << true << true << false << false << QStringList({ "MCU.dat" });
+    QTest::newRow("no file, but a leftover") << false << false << false << true << QStringList();
+    QTest::newRow("damaged file and a leftover")
+        << true << true << false << true << QStringList({ "MCU.dat" });
     QTest::newRow("folder in the place of the copy")
-        << true << false << true << QStringList({ "MCU.dat", "MCU.dat_dn" });
+        << true << false << true << false << QStringList({ "MCU.dat", "MCU.dat_dn" });
 }
 
 void tst_CompatibilityFileData::decodeFails()
@@ -306,19 +310,27 @@ void tst_CompatibilityFileData::decodeFails()
     QFETCH(bool, isThere);
     QFETCH(bool, isDamaged);
     QFETCH(bool, isInTheWay);
+    QFETCH(bool, hasLeftover);
     QFETCH(QStringList, left);
     const LogRecorder log;
+    const auto leaveCopy = [this] {
+        QFile leftover(path(QStringLiteral("MCU.dat_dn")));
+        return leftover.open(QIODevice::WriteOnly) && leftover.write("earlier") == 7;
+    };
     QVERIFY(!isThere || storeEnciphered(path(), firmware(5000)));
     QVERIFY(!isDamaged || QFile::resize(path(), QFileInfo(path()).size() - 1));
     QVERIFY(!isInTheWay || QDir(m_folder->path()).mkdir(QStringLiteral("MCU.dat_dn")));
 
+    QVERIFY(!hasLeftover || leaveCopy());
     QVERIFY(!send());
+    QCOMPARE(entries(), left);
+    QVERIFY(!hasLeftover || leaveCopy());
     QCOMPARE(d->decodedFileLength(path()), 0);
+    QCOMPARE(entries(), left);
 
     QCOMPARE(m_link->requests().size(), 0);
     QCOMPARE(warnings(log),
              QStringList({ "Fail to send command(SendFileData): decode failed " + path() }));
-    QCOMPARE(entries(), left);
 }
 
 void tst_CompatibilityFileData::plainCopyCannotBeOpened()

@@ -331,6 +331,8 @@ void tst_CompatibilityUpgradeDat::outcome()
     const LogRecorder log;
 
     QVERIFY(run(parts));
+    QVERIFY(d()->wait());
+    QCoreApplication::processEvents(); // there is no second end
 
     QCOMPARE(m_ends, QVector<End>({ end }));
     QCOMPARE(log.texts(QtWarningMsg), lines);

@@ -98,11 +98,14 @@ private Q_SLOTS:
     void wholeUpgrade();
     void oneWriteHasNoProgress();
     void percentIsToldOnce();
+    void everyPercentIsTold();
     void failure_data();
     void failure();
     void libraryWordsTheFailure();
     void timeLimit();
     void givenUp();
+    void givenUpTwice();
+    void givenUpWithoutAWorker();
     void workerThatDoesNotEnd();
     void noParts();
     void droppedWhileRunning();
@@ -279,6 +282,22 @@ void tst_RegisterRun::percentIsToldOnce()
     QCOMPARE(listener.heard.size(), 105); // 0 to 100, three stages, the last word
 }
 
+void tst_RegisterRun::everyPercentIsTold()
+{
+    QVERIFY(storeEnciphered(m_package->path("main/MCU.dat"), QByteArray(100 * 4096, 'f')));
+    QVERIFY(parse("ModuleID='7701' Version='3.0'", mcuFile(McuCommands)));
+    RegisterRun run(m_device->device().link(), parts());
+    const Listener listener(run);
+    QVector<int> percents;
+    connect(&run, &RegisterRun::signalSending, this,
+            [&percents](int percent) { percents.append(percent); });
+    run.start(Ample);
+    QTRY_COMPARE(listener.outcomes, QStringList("Succeeded"));
+    QCOMPARE(percents.size(), 100);
+    for (int i = 0; i < 100; ++i)
+        QCOMPARE(percents.at(i), i + 1);
+}
+
 void tst_RegisterRun::failure_data()
 {
     QTest::addColumn<BizModel::LinkAnswer>("answer");
@@ -344,6 +363,55 @@ void tst_RegisterRun::givenUp()
 
     QVERIFY(!run.isWorkerLeftBehind());
     QCOMPARE(run.stage(), DeviceRun::Stage::Ended);
+    QCoreApplication::processEvents();
+    QCOMPARE(listener.heard, QStringList({ "Preparing", "Ended" }));
+}
+
+void tst_RegisterRun::givenUpTwice()
+{
+    QVERIFY(parse("ModuleID='7701' Version='3.0'", mcuFile(McuCommands)));
+    QSemaphore reached;
+    QSemaphore release;
+    m_device->link().handle("register.write", [&](const BizModel::LinkRequest &) {
+        reached.release();
+        release.acquire();
+        return ScriptedLink::refused(1, QString());
+    });
+    RegisterRun run(m_device->device().link(), parts());
+    run.setWorkerEndLimit(Ample);
+    run.start(Ample);
+    reached.acquire();
+    bool isFirstWaiting = false;
+    bool isSecondGood = false;
+    QTimer::singleShot(0, &run, [&] { // while the first one waits
+        isFirstWaiting = run.isWorkerLeftBehind();
+        QTimer::singleShot(0, &run, [&] { release.release(); }); // while the second one does
+        run.giveUp();
+        isSecondGood = !run.isWorkerLeftBehind()
+            && m_log->texts(QtWarningMsg).contains("Fail to send command config");
+    });
+
+    run.giveUp();
+
+    QVERIFY(isFirstWaiting);
+    QVERIFY(isSecondGood);
+    QVERIFY(!run.isWorkerLeftBehind());
+}
+
+void tst_RegisterRun::givenUpWithoutAWorker()
+{
+    auto run = std::make_unique<RegisterRun>(m_device->device().link(),
+                                             std::vector<ProtoModel::Auxiliary::s_CardInfoParts>());
+    run->setWorkerEndLimit(Ample);
+    const Listener listener(*run);
+    run->start(Ample);
+    QElapsedTimer waited;
+    waited.start();
+
+    run->giveUp();
+
+    QVERIFY(std::chrono::milliseconds(waited.elapsed()) < Ample / 2);
+    QVERIFY(!run->isWorkerLeftBehind());
     QCoreApplication::processEvents();
     QCOMPARE(listener.heard, QStringList({ "Preparing", "Ended" }));
 }

@@ -2,6 +2,8 @@
 #include "programs.h"
 
 #include <QSocketNotifier>
+#include <QTcpServer>
+#include <QTcpSocket>
 #include <QtTest>
 
 #include <memory>
@@ -63,6 +65,36 @@ private:
     std::unique_ptr<QSocketNotifier> m_notifier;
     QProcess m_process;
     QByteArray m_shown;
+};
+
+/*! A way to \a device on which everything from the first question for its progress on is lost. */
+class MutedDevice {
+public:
+    explicit MutedDevice(const DeviceProgram &device)
+    {
+        const auto port = quint16(device.address().section(':', -1).toUInt());
+        QObject::connect(&m_server, &QTcpServer::newConnection, &m_server, [this, port] {
+            QTcpSocket *const host = m_server.nextPendingConnection();
+            auto *const there = new QTcpSocket(host);
+            there->connectToHost(QHostAddress::LocalHost, port);
+            QObject::connect(there, &QTcpSocket::readyRead, host,
+                             [host, there] { host->write(there->readAll()); });
+            QObject::connect(host, &QTcpSocket::readyRead, there, [this, host, there] {
+                const QByteArray bytes = host->readAll();
+                m_isMuted = m_isMuted || bytes.contains("upgrade.progress");
+                if (!m_isMuted)
+                    there->write(bytes);
+            });
+        });
+        if (!m_server.listen(QHostAddress::LocalHost))
+            qFatal("There is no port to listen on");
+    }
+
+    QString address() const { return QStringLiteral("127.0.0.1:%1").arg(m_server.serverPort()); }
+
+private:
+    QTcpServer m_server;
+    bool m_isMuted = false;
 };
 
 } // namespace
@@ -152,6 +184,26 @@ private Q_SLOTS:
                      .arg(device.address()));
         QCOMPARE(run.exitCode, 5);
         QVERIFY(!device.operations().contains("device.shutdown"));
+    }
+
+    void timeLimitOfADeviceThatDoesNotAnswer()
+    {
+        DeviceProgram device;
+        QVERIFY(device.waitForReady());
+        const MutedDevice muted(device);
+        QProcess watch;
+        watch.start(QStringLiteral(VELMAR_UPGRADE),
+                    { "watch", "--device", muted.address(), "--timeout", "1" });
+        QElapsedTimer waited;
+        waited.start();
+        QTRY_COMPARE_WITH_TIMEOUT(watch.state(), QProcess::NotRunning, 30000);
+        QVERIFY(waited.elapsed() >= 1000);
+        const auto run = finishProgram(watch);
+        QCOMPARE(run.err,
+                 QStringLiteral("velmar-upgrade: The time limit has passed. The device goes on by "
+                                "itself. See it with: velmar-upgrade watch --device %1\n")
+                     .arg(muted.address()));
+        QCOMPARE(run.exitCode, 5);
     }
 
     void watchAfterTheEnd_data()
