@@ -72,6 +72,20 @@ struct DeviceRecord {
     std::map<SectionKey, SectionVersions> sections;
     std::map<SectionKey, QString> firmware; //!< files of MCUs in the folder of firmware
 
+    /*! An installation, running or bound to be completed, is not over. */
+    bool isInstalling() const
+    {
+        return installation && installation->phase != InstallationRecord::Phase::Over;
+    }
+
+    /*! The image \a fileName waits to be installed, or belongs to an installation that is not
+        over. */
+    bool needsImage(const QString &fileName) const
+    {
+        return (image && image->fileName == fileName)
+            || (isInstalling() && installation->image.fileName == fileName);
+    }
+
     QByteArray toJson() const;
 
     /*! Without a value, and with \a errorText set, if \a json is not what toJson() writes. */

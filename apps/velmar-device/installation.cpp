@@ -28,18 +28,14 @@ bool moveFile(const QString &source, const QString &target)
 /*! Removes what a stop has left behind and what the record does not refer to any more. */
 void tidyUp(const StateFolder &folder, const DeviceRecord &record)
 {
-    using Phase = InstallationRecord::Phase;
-    if (!record.installation || record.installation->phase == Phase::Over)
+    if (!record.isInstalling())
         QDir(folder.staging()).removeRecursively();
     QDir incoming(folder.incoming());
     for (const QString &name : incoming.entryList(QDir::Files | QDir::Hidden))
         incoming.remove(name);
     QDir images(folder.images());
     for (const QString &name : images.entryList(QDir::Files | QDir::Hidden)) {
-        const bool isWaiting = record.image && record.image->fileName == name;
-        const bool isInUse = record.installation && record.installation->phase != Phase::Over
-            && record.installation->image.fileName == name;
-        if (!isWaiting && !isInUse)
+        if (!record.needsImage(name))
             images.remove(name);
     }
 }
@@ -56,7 +52,7 @@ Installation::Installation(const StateFolder &folder, DeviceState &state, StepOb
 Outcome Installation::begin(const InstallationOrder &order)
 {
     const DeviceRecord &record = m_state.record();
-    if (record.installation && record.installation->phase != InstallationRecord::Phase::Over)
+    if (record.isInstalling())
         return { LinkAck::NotNow, QString::fromLatin1("an installation has not ended") };
     if (!record.image)
         return { LinkAck::NotNow, QString::fromLatin1("no image waits to be installed") };
@@ -175,7 +171,10 @@ bool Installation::complete(QString &errorText)
                                       QString() });
                 entry.first->second.installed = installation.image.version;
             }
-            if (installation.deletesImage)
+            // Another may have come while this installation waited to be completed.
+            const bool isItsImageKept =
+                next.image && next.image->fileName == installation.image.fileName;
+            if (installation.deletesImage && isItsImageKept)
                 next.image.reset();
         },
         errorText);

@@ -29,7 +29,7 @@ Outcome keepImage(const QString &path, const QByteArray &sha256, const StateFold
     const std::optional<ReceivedImage> before = state.record().image;
     if (!state.update([&received](DeviceRecord &record) { record.image = received; }, fault))
         return { LinkAck::Refused, fault };
-    if (before && before->fileName != received.fileName)
+    if (before && !state.record().needsImage(before->fileName))
         QFile::remove(folder.images() + QLatin1Char('/') + before->fileName);
     return {};
 }

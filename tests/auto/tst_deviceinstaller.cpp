@@ -1,9 +1,11 @@
 #include "devicestate.h"
 #include "faults.h"
+#include "filereceiver.h"
 #include "installer.h"
 #include "statefolder.h"
 #include "support/imagebuilder.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QRegularExpression>
@@ -335,6 +337,42 @@ private Q_SLOTS:
         QCOMPARE(m_installer->run(), 2u);
     }
 
+    void uploadWhileABoundInstallationWaits()
+    {
+        receive({ { "a", "first" }, { "b", "first" } });
+        {
+            QString errorText;
+            Installation stopped(*m_folder, *m_state, [](Installation::Step) {});
+            QVERIFY(stopped.begin(order(true)).isAccepted());
+            while (!stopped.isStaged())
+                QVERIFY2(stopped.stageNext(65536, errorText), qPrintable(errorText));
+            QVERIFY2(stopped.bind(errorText), qPrintable(errorText));
+        }
+        const QString obstacle = m_folder->files() + "/a";
+        QVERIFY(QDir().mkpath(obstacle));
+        QString errorText;
+        QVERIFY(!Installation::recover(*m_folder, *m_state, errorText));
+
+        FileReceiver receiver(*m_folder, *m_state);
+        const QByteArray second = image({ { "c", "second" } });
+        const QByteArray hash = QCryptographicHash::hash(second, QCryptographicHash::Sha256);
+        QVERIFY(receiver.announce({ { 0, 13, second.size() } }).isAccepted());
+        QVERIFY(receiver.open(0, 13, quint64(second.size()), hash).isAccepted());
+        QVERIFY(receiver.append(0, 0, second).isAccepted());
+        QVERIFY(receiver.close(0).isAccepted());
+        QVERIFY(!Installation::recover(*m_folder, *m_state, errorText)); // still in the way
+
+        QVERIFY(QDir().rmdir(obstacle));
+        QVERIFY2(Installation::recover(*m_folder, *m_state, errorText), qPrintable(errorText));
+        QCOMPARE(installed("a"), QByteArray("first"));
+        QCOMPARE(installed("b"), QByteArray("first"));
+        makeInstaller(0);
+        QVERIFY(m_installer->start(order(true)).isAccepted());
+        QTRY_COMPARE(m_results, QVector<int> { 2 });
+        QCOMPARE(installed("c"), QByteArray("second"));
+        QCOMPARE(QDir(m_folder->images()).entryList(QDir::Files), QStringList());
+    }
+
     void manyFiles()
     {
         QVector<QPair<QByteArray, QByteArray>> files;
@@ -360,14 +398,19 @@ private:
                 });
     }
 
-    /*! Puts an image into the folder as if it had been received. */
-    void receive(const QVector<QPair<QByteArray, QByteArray>> &files)
+    static QByteArray image(const QVector<QPair<QByteArray, QByteArray>> &files)
     {
         ImageBuilder builder;
         builder.files = files;
+        return builder.build();
+    }
+
+    /*! Puts an image into the folder as if it had been received. */
+    void receive(const QVector<QPair<QByteArray, QByteArray>> &files)
+    {
         QFile file(m_folder->images() + "/image");
         QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(builder.build());
+        file.write(image(files));
         file.close();
         QString errorText;
         QVERIFY(m_state->update(
