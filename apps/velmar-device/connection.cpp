@@ -92,7 +92,8 @@ void Connection::endConnection()
 
 void Connection::work()
 {
-    while (!m_isOver && !m_pace.isActive() && !m_delay.isActive()
+    // A request is looked at when nothing is left to do for the one before.
+    while (!m_isOver && !m_pace.isActive() && !m_delay.isActive() && !m_afterwards
            && m_socket->bytesToWrite() < MaxUnsent) {
         QCborMap message;
         switch (m_frames.next(message)) {
@@ -163,8 +164,12 @@ void Connection::sendDelayed(int milliseconds, const QString &operation,
 
 void Connection::send(const QString &operation, const SSProxy::AnswerMessage &answer)
 {
-    m_trace.answer(m_peer, operation, answer);
     const QByteArray frame = SSProxy::encodeFrame(answer.toCbor());
+    if (frame.isNull()) {
+        drop(QString::fromLatin1("the answer to %1 fits no frame").arg(operation));
+        return;
+    }
+    m_trace.answer(m_peer, operation, answer);
     m_socket->write(frame);
     m_socket->flush();
     holdBack(frame.size());
@@ -209,6 +214,8 @@ void Connection::endSilence()
 
 void Connection::drop(const QString &reason)
 {
+    if (m_isOver)
+        return;
     qInfo("The connection of %s is dropped: %s.", qUtf8Printable(m_peer), qUtf8Printable(reason));
     end();
 }

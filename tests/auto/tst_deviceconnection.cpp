@@ -1,4 +1,5 @@
 #include "connection.h"
+#include "support/logrecorder.h"
 #include "trace.h"
 
 #include <QElapsedTimer>
@@ -59,6 +60,17 @@ private Q_SLOTS:
                 ++m_followed;
             };
             return reply;
+        });
+        m_operations->add("leave", [](const QCborMap &, LinkSession &session) {
+            Reply reply = Reply::accepted();
+            reply.delayMs = 3600000;
+            reply.afterwards = [&session] {
+                session.endConnection();
+            };
+            return reply;
+        });
+        m_operations->add("swell", [](const QCborMap &, LinkSession &) {
+            return Reply::accepted({ { QLatin1String("padding"), QByteArray(1048576, 'p') } });
         });
         m_ends = 0;
         m_followed = 0;
@@ -135,6 +147,44 @@ private Q_SLOTS:
         m_host->disconnectFromHost();
         QTRY_COMPARE(m_ends, 1);
         QCOMPARE(m_followed, 1);
+    }
+
+    void everySequelComesHoweverLateAnswersAreRead()
+    {
+        connectHost({});
+        m_host->setReadBufferSize(1); // what it does not read stays on the way
+        const QByteArray wide =
+            frame(1, "echo", { { QLatin1String("padding"), QByteArray(60000, 'p') } });
+        constexpr int Count = 200; // 12 MB of answers, more than the sockets hold
+        for (int i = 0; i < Count; ++i)
+            m_host->write(wide + frame(2, "follow") + frame(3, "ping"));
+        QTRY_VERIFY(m_followed > 0);
+        m_host->setReadBufferSize(0);
+        readAnswers();
+        QTRY_COMPARE(m_answers.size(), 3 * Count);
+        QCOMPARE(m_followed, Count);
+    }
+
+    void hostThatLeftIsNotDropped()
+    {
+        const LogRecorder log;
+        connectHost({});
+        m_host->write(frame(1, "leave"));
+        m_host->disconnectFromHost();
+        QTRY_COMPARE(m_ends, 1);
+        QCOMPARE(log.texts(QtInfoMsg), QStringList());
+    }
+
+    void answerThatFitsNoFrame()
+    {
+        connectHost({});
+        QTest::ignoreMessage(QtInfoMsg,
+                             QRegularExpression(": the answer to swell fits no frame\\.$"));
+        m_host->write(frame(1, "ping") + frame(2, "swell") + frame(3, "follow"));
+        QTRY_COMPARE(m_ends, 1);
+        QTRY_COMPARE(m_host->state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(m_answers.size(), 1);
+        QCOMPARE(m_followed, 0);
     }
 
     void hostThatLeavesIsForgotten()
