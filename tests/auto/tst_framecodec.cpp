@@ -46,6 +46,8 @@ class tst_FrameCodec : public QObject {
 private Q_SLOTS:
     void frameIsLengthAndMap();
     void longestFrame();
+    void frameThatNobodyTakes_data();
+    void frameThatNobodyTakes();
     void messageIsRead_data();
     void messageIsRead();
     void hostileMessageIsRefused_data();
@@ -86,6 +88,38 @@ void tst_FrameCodec::longestFrame()
     QVERIFY(encodeFrame(map).isNull());
 }
 
+void tst_FrameCodec::frameThatNobodyTakes_data()
+{
+    QTest::addColumn<QCborMap>("message");
+    QTest::addColumn<bool>("isTaken");
+
+    // The map, its key and the array are three items.
+    const auto items = [](int count) {
+        QCborArray array;
+        for (int i = 3; i < count; ++i)
+            array.append(0);
+        return QCborMap { { "a", array } };
+    };
+    QTest::newRow("65,536 items") << items(65536) << true;
+    QTest::newRow("65,537 items") << items(65537) << false;
+    const auto nested = [](int depth) {
+        QCborMap message;
+        for (int i = 1; i < depth; ++i)
+            message = QCborMap { { "a", message } };
+        return message;
+    };
+    QTest::newRow("nested 16 deep") << nested(16) << true;
+    QTest::newRow("nested 17 deep") << nested(17) << false;
+    QTest::newRow("number as key") << QCborMap { { 1, 1 } } << false;
+    QTest::newRow("tag") << QCborMap { { "a", QCborValue(QCborTag(1000), 1) } } << false;
+}
+
+void tst_FrameCodec::frameThatNobodyTakes()
+{
+    QFETCH(QCborMap, message);
+    QTEST(!encodeFrame(message).isNull(), "isTaken");
+}
+
 void tst_FrameCodec::messageIsRead_data()
 {
     QTest::addColumn<QByteArray>("bytes");
@@ -113,6 +147,9 @@ void tst_FrameCodec::messageIsRead_data()
                                                                             "818101"
                                                                             "a1616202")
                                                      << "{\"a\": [[[1]], {\"b\": 2}]}";
+    QTest::newRow("one key in maps around and beside one another")
+        << QByteArray::fromHex("a2616182a1616101a1616102616203")
+        << "{\"a\": [{\"a\": 1}, {\"a\": 2}], \"b\": 3}";
     QTest::newRow("length wider than needed") << QByteArray::fromHex("bb0000000000000001"
                                                                      "6161"
                                                                      "01")
@@ -150,6 +187,17 @@ void tst_FrameCodec::hostileMessageIsRefused_data()
         << QByteArray::fromHex("a26161010101") << "the message has a key that is no text";
     QTest::newRow("map as key") << QByteArray::fromHex("a1a001")
                                 << "the message has a key that is no text";
+    const QString twice = "the message has a map with a key twice";
+    QTest::newRow("key twice") << QByteArray::fromHex("a2616101616102") << twice;
+    QTest::newRow("key twice, not side by side")
+        << QByteArray::fromHex("a3616101616202616103") << twice;
+    QTest::newRow("key twice, its length in two ways")
+        << QByteArray::fromHex("a261610178016102") << twice;
+    QTest::newRow("empty key twice") << QByteArray::fromHex("a260016002") << twice;
+    QTest::newRow("key twice further in") << QByteArray::fromHex("a1616181a2616201616202") << twice;
+    QTest::newRow("key again behind a map") << QByteArray::fromHex("a26161a161620161"
+                                                                   "6102")
+                                            << twice;
     QTest::newRow("bytes behind it") << PingBytes + '\0' << "there are bytes behind the message";
     QTest::newRow("two messages") << PingBytes + PingBytes << "there are bytes behind the message";
     QTest::newRow("tag") << QByteArray::fromHex("a16161c001") << "the message has a tag";

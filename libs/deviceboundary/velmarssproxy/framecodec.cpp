@@ -3,7 +3,10 @@
 #include <QCborValue>
 #include <QtEndian>
 
+#include <algorithm>
 #include <array>
+#include <string_view>
+#include <vector>
 
 namespace Velmar::SSProxy {
 
@@ -34,17 +37,20 @@ private:
     struct Container {
         quint64 itemsLeft; // of a map, keys and values
         bool isMap;
+        std::size_t firstKey; // in m_keys, of a map
     };
 
     quint64 bytesLeft() const { return quint64(m_end - m_next); }
     bool fail(const char *error);
     bool readHead(MajorType &type, quint64 &value);
     bool enter(MajorType type, quint64 count);
+    bool leaveFinished();
 
     const uchar *m_next;
     const uchar *const m_end;
     std::array<Container, MaxMessageDepth> m_open {};
     int m_depth = 0;
+    std::vector<std::string_view> m_keys; // of all open maps, those of the innermost last
     const char *m_error = "";
 };
 
@@ -83,7 +89,27 @@ bool MessageCheck::enter(MajorType type, quint64 count)
         return fail("the message is cut off");
     if (m_depth == MaxMessageDepth)
         return fail("the message is nested too deep");
-    m_open[std::size_t(m_depth++)] = { type == Map ? count * 2 : count, type == Map };
+    m_open[std::size_t(m_depth++)] = { type == Map ? count * 2 : count, type == Map,
+                                       m_keys.size() };
+    return true;
+}
+
+/*! Leaves all containers of which every item was seen. */
+bool MessageCheck::leaveFinished()
+{
+    for (; m_depth > 0; --m_depth) {
+        const Container &innermost = m_open[std::size_t(m_depth - 1)];
+        if (innermost.itemsLeft > 0)
+            return true;
+        if (!innermost.isMap)
+            continue;
+        // Sorted: a host cannot choose keys that make this slow, as it could those of a hash.
+        const auto firstKey = m_keys.begin() + std::ptrdiff_t(innermost.firstKey);
+        std::sort(firstKey, m_keys.end());
+        if (std::adjacent_find(firstKey, m_keys.end()) != m_keys.end())
+            return fail("the message has a map with a key twice");
+        m_keys.erase(firstKey, m_keys.end());
+    }
     return true;
 }
 
@@ -116,6 +142,8 @@ bool MessageCheck::run()
         case Text:
             if (value > bytesLeft())
                 return fail("the message is cut off");
+            if (isKey)
+                m_keys.emplace_back(reinterpret_cast<const char *>(m_next), std::size_t(value));
             m_next += value;
             break;
         case Array:
@@ -126,8 +154,8 @@ bool MessageCheck::run()
         case Tag:
             return fail("the message has a tag");
         }
-        while (m_depth > 0 && m_open[std::size_t(m_depth - 1)].itemsLeft == 0)
-            --m_depth;
+        if (!leaveFinished())
+            return false;
     } while (m_depth > 0);
     return m_next == m_end || fail("there are bytes behind the message");
 }
@@ -154,7 +182,7 @@ bool decodeMessage(const QByteArray &bytes, QCborMap &message, QString &errorTex
 QByteArray encodeFrame(const QCborMap &message)
 {
     QByteArray frame = message.toCborValue().toCbor();
-    if (frame.size() > MaxMessageSize)
+    if (frame.size() > MaxMessageSize || !MessageCheck(frame).run())
         return QByteArray();
     std::array<char, FrameHeaderSize> header;
     qToBigEndian(quint32(frame.size()), header.data());

@@ -10,7 +10,8 @@
 /*!
     Frames and datagrams of the device link, for both of its ends.
 
-    A message is one CBOR map with text keys at every level, definite lengths and no tags. What
+    A message is one CBOR map with text keys at every level, none of them twice in a map, definite
+   lengths and no tags. What
    comes in is checked byte by byte before anything is made of it, so that a hostile message costs
    no more than its own size and MaxMessageItems values.
 */
@@ -28,7 +29,8 @@ constexpr int MaxMessageItems = 65536; //!< keys and values in all of a message,
 VELMARSSPROXY_EXPORT bool decodeMessage(const QByteArray &bytes, QCborMap &message,
                                         QString &errorText);
 
-/*! \a message as a frame, length and body; null if it is longer than MaxMessageSize. */
+/*! \a message as a frame, length and body; null if it is none that decodeMessage() takes: too
+    long, nested too deep, with too many items, with a key that is no text or with a tag. */
 VELMARSSPROXY_EXPORT QByteArray encodeFrame(const QCborMap &message);
 
 /*! Cuts the bytes of one connection into messages. */
