@@ -2,6 +2,17 @@
 
 namespace Velmar::Simulator {
 
+namespace {
+
+constexpr int MaxShownName = 64; // characters of a name that no operation has
+
+QString shortened(const QString &name)
+{
+    return name.size() <= MaxShownName ? name : name.left(MaxShownName) + QLatin1String("...");
+}
+
+} // namespace
+
 LinkSession::~LinkSession() = default;
 
 Reply Reply::accepted(const QCborMap &values)
@@ -43,8 +54,9 @@ Reply OperationTable::perform(const QString &operation, const QCborMap &argument
 {
     const auto handler = m_handlers.constFind(operation);
     if (handler == m_handlers.constEnd())
-        return Reply::refused({ LinkAck::UnknownOperation,
-                                QString::fromLatin1("unknown operation \"%1\"").arg(operation) });
+        return Reply::refused(
+            { LinkAck::UnknownOperation,
+              QString::fromLatin1("unknown operation \"%1\"").arg(shortened(operation)) });
     return (*handler)(arguments, session);
 }
 

@@ -394,6 +394,24 @@ private Q_SLOTS:
         QTest::newRow("install an unknown section")
             << "upgrade.configure" << RawHost::configuration({ { 3, 1, 1, { 0x0301, 0x0399 } } })
             << 1 << "slot 1 has no section 0x0399";
+        QTest::newRow("install a section twice")
+            << "upgrade.configure" << RawHost::configuration({ { 3, 1, 1, { 0x0301, 0x0301 } } })
+            << 1 << "section 0x0301 of slot 1 is ordered twice";
+        QTest::newRow("install a section twice, under another type")
+            << "upgrade.configure"
+            << RawHost::configuration({ { 1, 0, 0, { 0x0101 } }, { 2, 0, 0, { 0x0101 } } }) << 1
+            << "section 0x0101 of slot 0 is ordered twice";
+        QTest::newRow("install on a slot once more")
+            << "upgrade.configure"
+            << RawHost::configuration({ { 1, 0, 0, { 0x0101 } }, { 2, 0, 0, {} } }) << 1
+            << "slot 0 is ordered once more, without a section";
+        QTest::newRow("install a section 20,000 times")
+            << "upgrade.configure"
+            << RawHost::configuration({ { 1, 0, 0, QVector<int>(20000, 0x0101) } }) << 1
+            << "section 0x0101 of slot 0 is ordered twice";
+        QTest::newRow("operation with the longest name")
+            << QString(1048535, 'x') << QCborMap() << 2
+            << "unknown operation \"" + QString(64, 'x') + "...\"";
         QTest::newRow("slot of 9 bits")
             << "upgrade.configure" << RawHost::configuration({ { 3, 257, 1, { 0x0301 } } }) << 3
             << "\"slotId\" is not a whole number in its width";
@@ -429,6 +447,10 @@ private Q_SLOTS:
         QTest::newRow("frame of a byte too many") << QByteArray::fromHex("00100001");
         QTest::newRow("not CBOR") << QByteArray::fromHex("00000001FF");
         QTest::newRow("not a map") << QByteArray::fromHex("0000000101");
+        QTest::newRow("key twice") << QByteArray::fromHex("0000001ba4656c6162656c01"
+                                                          "626f706470696e67"
+                                                          "626f706178"
+                                                          "6461726773a0");
         QTest::newRow("map without a label")
             << encodeFrame({ { QLatin1String("op"), QLatin1String("ping") },
                              { QLatin1String("args"), QCborMap() } });
@@ -479,6 +501,27 @@ private Q_SLOTS:
             QVERIFY(answer);
             QCOMPARE(answer->label, label);
         }
+    }
+
+    void restartBehindAnswersThatAreReadLate()
+    {
+        QVERIFY(start({ "--restart-ms", "0" }));
+        RawHost host;
+        QVERIFY(host.connectTo(m_device->port()));
+        constexpr quint32 Count = 3000; // about 5 MB of answers: more than the sockets hold
+        for (quint32 i = 0; i < Count; ++i)
+            host.send("version.read");
+        const quint32 shutdown = host.send("device.shutdown", { { QLatin1String("mode"), 0 } });
+        host.send("ping");
+        Answer answer;
+        do
+            answer = host.receive();
+        while (answer && answer->label < shutdown);
+        QVERIFY(answer);
+        QCOMPARE(answer->ack, quint16(0));
+        QVERIFY(host.waitForEnd());
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("restarts").toInt(), 1);
     }
 
     void wholeUpgrade()
