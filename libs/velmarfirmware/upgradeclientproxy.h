@@ -20,7 +20,7 @@ class QTimer;
     One object for the process, on the thread that first asked for it; that thread runs an event
     loop. It carries bytes and reports network results as numbers, and knows nothing of what the
     bytes mean. It has no time-out and repeats nothing; Qt itself sends a request once more if the
-    peer closes the connection before it answers.
+    peer closes or resets the connection before it answers.
 */
 class VELMARFIRMWARE_EXPORT UpgradeClientProxy : public QObject {
     Q_OBJECT

@@ -324,7 +324,7 @@ void UpgradeFileOfHTTPPrivate::slotOnUploadProgress(qint64 bytesSent, qint64 byt
         return;
     // In this order and truncated: 29 of 100 shows 28.
     const double percent = static_cast<double>(bytesSent) / static_cast<double>(bytesTotal) * 100.0;
-    // An unknown total is -1: much sent of it leaves the range of int.
+    // An unknown total is -1, and from 20 MiB sent on the result leaves the range of int.
     const double shown =
         qBound<double>(std::numeric_limits<int>::min(), percent, std::numeric_limits<int>::max());
     showStatus(StatusBarProgress, tr("Upload file progress: %1%").arg(static_cast<int>(shown)),

@@ -29,7 +29,8 @@ class UpgradeFileOfHTTPPrivate;
 
     Keep one object for the life of the process: the destructor leaves the connections to the HTTP
     client and the callbacks in place, so that an upgrade of a later object reaches the callbacks of
-    an earlier one, too.
+    an earlier one, too. Never end the client, by UpgradeClientProxy::destoryInstance(), from a
+    callback: those run inside its signals.
 */
 class VELMARFIRMWARE_EXPORT UpgradeFileOfHTTP : public QObject {
     Q_OBJECT

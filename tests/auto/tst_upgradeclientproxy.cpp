@@ -650,11 +650,12 @@ void tst_UpgradeClientProxy::secondUploadLeavesTheConnections()
 {
     const QString path = storeFile("firmware");
     QCOMPARE(m_proxy->uploadFiletoDevice(path, QByteArray("{}")), 0);
-    QNetworkReply *const first = latestReply(uploadManager());
+    const QPointer<QNetworkReply> first(latestReply(uploadManager()));
     QTRY_COMPARE(m_heard->ends.size(), 1);
     QCOMPARE(m_proxy->uploadFiletoDevice(path, QByteArray("{}")), 0);
     QVERIFY(latestReply(uploadManager()) != first);
     QTRY_COMPARE(m_heard->ends.size(), 2);
+    QVERIFY(first);
     m_heard->ends.clear();
     m_heard->progress.clear();
 
