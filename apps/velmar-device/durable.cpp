@@ -22,6 +22,13 @@ bool syncWith(int (*sync)(int), const QString &folderPath)
 
 } // namespace
 
+QString writeFault(const QFile &file)
+{
+    return file.error() == QFileDevice::NoError
+        ? QString::fromLatin1("the disk has no room for all of it")
+        : file.errorString();
+}
+
 bool syncFile(QFile &file)
 {
     return file.flush() && ::fsync(file.handle()) == 0;

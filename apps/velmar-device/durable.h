@@ -7,6 +7,10 @@ class QFile;
 
 namespace Velmar::Simulator {
 
+/*! Why \a file did not take all that was written to it. The system names no cause if it took a
+   part: the disk is full then, or the file at its limit. */
+QString writeFault(const QFile &file);
+
 /*! Writes what \a file holds back to the disk. False if the disk could not take it. */
 bool syncFile(QFile &file);
 

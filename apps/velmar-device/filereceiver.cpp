@@ -87,7 +87,7 @@ Outcome FileReceiver::append(qint32 fileId, quint64 offset, const QByteArray &by
         return { LinkAck::NotNow,
                  QString::fromLatin1("the file has %1 bytes, not more").arg(transfer.size) };
     if (transfer.file.write(bytes) != bytes.size()) {
-        const QString cause = transfer.file.errorString();
+        const QString cause = writeFault(transfer.file);
         drop(fileId);
         return { LinkAck::Refused,
                  QString::fromLatin1("the file cannot be stored: %1").arg(cause) };

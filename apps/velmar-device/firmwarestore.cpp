@@ -52,7 +52,7 @@ bool FirmwareStore::append(const QByteArray &bytes, QString &errorText)
     // Not buffered: what is accepted is with the system.
     if (m_file.write(bytes) != bytes.size()) {
         errorText =
-            QString::fromLatin1("the firmware cannot be stored: %1").arg(m_file.errorString());
+            QString::fromLatin1("the firmware cannot be stored: %1").arg(writeFault(m_file));
         m_file.resize(size);
         m_file.seek(size);
         return false;

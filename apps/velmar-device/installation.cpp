@@ -99,7 +99,8 @@ bool Installation::stageNext(qint64 maxBytes, QString &errorText)
         return false;
     }
     if (m_target.write(bytes) != wanted) {
-        errorText = fault(QString::fromLatin1("written"), m_target);
+        errorText = QString::fromLatin1("\"%1\" cannot be written: %2")
+                        .arg(m_target.fileName(), writeFault(m_target));
         return false;
     }
     m_stagedBytes += wanted;

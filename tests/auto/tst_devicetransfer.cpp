@@ -10,6 +10,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+#include <sys/resource.h>
+
 using namespace Velmar::Simulator;
 
 namespace {
@@ -236,6 +239,26 @@ private Q_SLOTS:
         QCOMPARE(outcome, QByteArray("the file cannot be stored: Permission denied"));
         QVERIFY(QFile::setPermissions(m_folder->incoming(),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    }
+
+    void diskThatTakesAPart()
+    {
+        for (const QString &folder : { m_root->path(), m_folder->incoming() })
+            QVERIFY(Unprivileged::own(QFile::encodeName(folder)));
+        const QByteArray outcome = Unprivileged::run([this] {
+            ::signal(SIGXFSZ, SIG_IGN);
+            const rlimit limit { 100000, 100000 };
+            if (::setrlimit(RLIMIT_FSIZE, &limit) != 0)
+                return QByteArray("no limit");
+            m_receiver->announce({ { 0, 13, 200000 } });
+            m_receiver->open(0, 13, 200000, QByteArray(32, 'h'));
+            const QByteArray chunk(65536, 'x');
+            const Outcome first = m_receiver->append(0, 0, chunk);
+            const Outcome second = m_receiver->append(0, 65536, chunk);
+            return (first.errorText + '|' + second.errorText).toUtf8();
+        });
+        QCOMPARE(outcome,
+                 QByteArray("|the file cannot be stored: the disk has no room for all of it"));
     }
 
     void imageContents_data()
