@@ -200,6 +200,8 @@ RegisterAnswer RegisterBank::setLength(const QByteArray &body, quint32 &length)
                            .arg(m_totalLength));
     m_isLengthUnlocked = false;
     length = value;
+    if (&length == &m_totalLength)
+        m_fileLength = 0; // it was judged by the former length of all files
     return {};
 }
 

@@ -392,6 +392,32 @@ void tst_RegisterBank::sequence_data()
         << QVector<Step> { card, lock, { TotalLength, QByteArray("\x05\0", 2), 103 } };
     QTest::newRow("lengths that differ")
         << QVector<Step> { card, lock, total, lock, { FileLength, littleEndian(4), 107 } };
+    QTest::newRow("length of all files once more")
+        << QVector<Step> { card,
+                           type,
+                           lock,
+                           total,
+                           lock,
+                           length,
+                           count,
+                           lock,
+                           { TotalLength, littleEndian(9) },
+                           { Data, "12345", 109 },
+                           lock,
+                           wrong(length, 107),
+                           { FileLength, littleEndian(9) },
+                           { Data, "123456789" } };
+    QTest::newRow("length of all files refused once more")
+        << QVector<Step> { card,
+                           type,
+                           lock,
+                           total,
+                           lock,
+                           length,
+                           count,
+                           lock,
+                           { TotalLength, littleEndian(0), 107 },
+                           { Data, "12345" } };
     QTest::newRow("two files") << QVector<Step> { card,
                                                   { FileCount, QByteArray("\x02\x00\x01\x00", 4),
                                                     108 },
