@@ -52,8 +52,9 @@ void HttpUpgrade::reset()
 
 Outcome HttpUpgrade::install(const ReceivedUpload &upload)
 {
-    if (m_device.installer.isRunning())
-        return { LinkAck::NotNow, QString::fromLatin1("an installation is running") };
+    const Outcome ready = m_device.installer.readiness();
+    if (!ready.isAccepted())
+        return ready;
     QString errorText;
     const auto control =
         ControlText::read(upload.controlText, m_generation, m_device.fitting.model(), errorText);

@@ -60,8 +60,9 @@ Installer::~Installer() = default;
 
 Outcome Installer::start(const InstallationOrder &order)
 {
-    if (isRunning())
-        return { LinkAck::NotNow, QString::fromLatin1("an installation is running") };
+    const Outcome ready = readiness();
+    if (!ready.isAccepted())
+        return ready;
     const auto fatalStep = Installation::Step(m_faults.value(Fault::PowerCut, 0));
     auto installation =
         std::make_unique<Installation>(m_folder, m_state, [fatalStep](Installation::Step step) {
@@ -80,7 +81,22 @@ Outcome Installer::start(const InstallationOrder &order)
     return outcome;
 }
 
+Outcome Installer::readiness() const
+{
+    if (isRunning())
+        return { LinkAck::NotNow, QString::fromLatin1("an installation is running") };
+    if (m_isRestartDue)
+        return { LinkAck::NotNow, QString::fromLatin1("the device is about to restart") };
+    return {};
+}
+
 void Installer::breakOff()
+{
+    end();
+    m_isRestartDue = false;
+}
+
+void Installer::end()
 {
     m_timer.stop();
     m_installation.reset();
@@ -136,7 +152,7 @@ void Installer::work()
                 fail(errorText);
                 return;
             }
-            breakOff();
+            end();
             Q_EMIT finished(Done, QString());
         }
         return;
@@ -208,7 +224,7 @@ void Installer::fail(const QString &errorText)
         qWarning("%s", qUtf8Printable(recordError));
         m_failedUnrecorded = true;
     }
-    breakOff();
+    end();
     Q_EMIT finished(Failed, errorText);
 }
 

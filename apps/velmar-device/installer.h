@@ -36,7 +36,13 @@ public:
 
     bool isRunning() const { return m_installation != nullptr; }
 
-    /*! Breaks off a running installation; Installation::recover() has to follow. */
+    /*! Takes no order any more until breakOff(): a restart is due. */
+    void waitForRestart() { m_isRestartDue = true; }
+
+    /*! Accepted if an installation could begin now, as far as it is not for the image. */
+    Outcome readiness() const;
+
+    /*! Breaks off what is going on, for a restart; Installation::recover() has to follow. */
     void breakOff();
 
     /*! Number of the last installation, 0 if there never was one. */
@@ -52,6 +58,7 @@ Q_SIGNALS:
 
 private:
     void work();
+    void end();
     bool stageWhatIsDue(QString &errorText);
     bool placeSome(QString &errorText);
     qint64 timeShare() const;
@@ -62,6 +69,7 @@ private:
     const Faults &m_faults;
     const int m_durationMs;
     std::unique_ptr<Installation> m_installation; // null while none is running
+    bool m_isRestartDue = false;
     bool m_isBound = false;
     bool m_failedUnrecorded = false; // the disk did not take the news
     qint64 m_share = 0; // done of the running or failed installation, 0 to WholeShare

@@ -18,7 +18,7 @@ Outcome toOutcome(const RegisterAnswer &answer)
 
 class RegisterOperations {
 public:
-    RegisterOperations(RegisterBank &bank, const Installer &installer, const Faults &faults,
+    RegisterOperations(RegisterBank &bank, Installer &installer, const Faults &faults,
                        std::function<void()> restart)
         : m_bank(bank)
         , m_installer(installer)
@@ -72,13 +72,15 @@ private:
         if (!outcome.isAccepted())
             return Reply::refused(outcome);
         Reply reply = Reply::accepted();
-        if (m_bank.isComplete())
+        if (m_bank.isComplete()) {
+            m_installer.waitForRestart();
             reply.afterwards = m_restart;
+        }
         return reply;
     }
 
     RegisterBank &m_bank;
-    const Installer &m_installer;
+    Installer &m_installer;
     const Faults &m_faults;
     const std::function<void()> m_restart;
     qint64 m_writes = 0; // since the device was switched on
@@ -86,7 +88,7 @@ private:
 
 } // namespace
 
-void addRegisterOperations(OperationTable &table, RegisterBank &bank, const Installer &installer,
+void addRegisterOperations(OperationTable &table, RegisterBank &bank, Installer &installer,
                            const Faults &faults, std::function<void()> restart)
 {
     const auto operations =

@@ -11,9 +11,9 @@ class OperationTable;
 class RegisterBank;
 
 /*! Adds register.write; \a restart is called behind the answer to the write that completes a file.
-    No write is taken while \a installer is at work. All other arguments have to outlive \a table.
- */
-void addRegisterOperations(OperationTable &table, RegisterBank &bank, const Installer &installer,
+    No write is taken while \a installer is at work, and \a installer takes no order between that
+    write and the restart. All arguments have to outlive \a table. */
+void addRegisterOperations(OperationTable &table, RegisterBank &bank, Installer &installer,
                            const Faults &faults, std::function<void()> restart);
 
 } // namespace Velmar::Simulator

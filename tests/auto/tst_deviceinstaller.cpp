@@ -337,6 +337,19 @@ private Q_SLOTS:
         QCOMPARE(m_installer->run(), 2u);
     }
 
+    void restartThatIsDueComesFirst()
+    {
+        receive({ { "a", "b" } });
+        makeInstaller(0);
+        m_installer->waitForRestart();
+        const Outcome outcome = m_installer->start(order());
+        QCOMPARE(outcome.ack, LinkAck::NotNow);
+        QCOMPARE(outcome.errorText, QString("the device is about to restart"));
+        QCOMPARE(m_installer->run(), 0u);
+        m_installer->breakOff();
+        QVERIFY(m_installer->start(order()).isAccepted());
+    }
+
     void uploadWhileABoundInstallationWaits()
     {
         receive({ { "a", "first" }, { "b", "first" } });

@@ -52,6 +52,7 @@ private Q_SLOTS:
     void argumentsAreChecked_data();
     void argumentsAreChecked();
     void installationComesFirst();
+    void restartComesBeforeAnInstallation();
     void traceShowsEachWrite();
 
     void writeIsRefused_data();
@@ -60,6 +61,7 @@ private Q_SLOTS:
     void connectionIsCut();
     void connectionEndsBehindTheAnswer();
     void lastAnswerIsNotWaitedFor();
+    void restartBehindAnswersThatAreReadLate();
     void answersAreSlow();
     void deviceStaysAway();
 
@@ -265,6 +267,28 @@ void tst_VelmarDeviceRegisters::installationComesFirst()
     QCOMPARE(answer->errorText, QString("an installation is running"));
 }
 
+void tst_VelmarDeviceRegisters::restartComesBeforeAnInstallation()
+{
+    QVERIFY(start());
+    ImageBuilder image;
+    image.files = { { "mcu.bin", "firmware" } };
+    QCOMPARE(m_host.sendImage(image.build())->ack, quint16(0));
+    const QCborMap order = RawHost::configuration({ { 1, 0, 0, { 0x0101 } } });
+    QVERIFY(prepare(3));
+    m_host.send("register.write", registerWrite(Data, "abc"));
+    m_host.send("upgrade.configure", order); // long before the restart
+    QCOMPARE(m_host.receive()->ack, quint16(0));
+    const Answer busy = m_host.receive();
+    QCOMPARE(busy->ack, quint16(4));
+    QCOMPARE(busy->errorText, QString("the device is about to restart"));
+
+    QVERIFY(m_host.waitForEnd());
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+    QVERIFY(m_host.connectTo(m_device->port()));
+    QCOMPARE(m_host.ask("upgrade.configure", order)->ack, quint16(0));
+}
+
 void tst_VelmarDeviceRegisters::traceShowsEachWrite()
 {
     const QString trace = m_state->filePath("trace.jsonl");
@@ -358,6 +382,27 @@ void tst_VelmarDeviceRegisters::lastAnswerIsNotWaitedFor()
     QVERIFY(prepare(3));
     m_host.send("register.write", registerWrite(Data, "abc"));
     QVERIFY(m_host.connectTo(m_device->port()));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+    QCOMPARE(m_device->nextEvent().value("restarts").toInt(), 1);
+    QCOMPARE(storedFirmware(), QByteArray("abc"));
+}
+
+void tst_VelmarDeviceRegisters::restartBehindAnswersThatAreReadLate()
+{
+    QVERIFY(start());
+    QVERIFY(prepare(3));
+    constexpr int Count = 3000; // about 5 MB of answers: more than the sockets hold
+    for (int i = 0; i < Count; ++i)
+        m_host.send("version.read");
+    const quint32 last = m_host.send("register.write", registerWrite(Data, "abc"));
+    m_host.send("ping");
+    Answer answer;
+    do
+        answer = m_host.receive();
+    while (answer && answer->label < last);
+    QVERIFY(answer);
+    QCOMPARE(answer->ack, quint16(0));
+    QVERIFY(m_host.waitForEnd());
     QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
     QCOMPARE(m_device->nextEvent().value("restarts").toInt(), 1);
     QCOMPARE(storedFirmware(), QByteArray("abc"));
