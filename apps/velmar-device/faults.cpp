@@ -88,7 +88,7 @@ const std::vector<FaultDescription> &Faults::descriptions()
           "place, 6 all in place, 7 completed, 8 tidied up." },
         { Fault::RefuseRestart, "refuse-restart", nullptr, 0, 0, 0,
           "Refuses every order to restart (ack 1)." },
-        { Fault::NoReturn, "no-return", nullptr, 0, 0, 0, "Stays away after an ordered restart." },
+        { Fault::NoReturn, "no-return", nullptr, 0, 0, 0, "Stays away after a restart." },
         { Fault::SlowLink, "slow-link", "BYTES_PER_SECOND", 1, MaxCount, -1,
           "Takes requests and gives answers at this pace, for each connection." },
         { Fault::RegisterAck,
@@ -106,14 +106,12 @@ const std::vector<FaultDescription> &Faults::descriptions()
           "Drops the connection instead of carrying this register write out." },
         { Fault::RegisterNotReady, "register-not-ready", "WRITE", 1, MaxCount, 1,
           "Drops the connection behind the answer to this register write, so that the host is in "
-          "no "
-          "state to send the next." },
+          "no state to send the next." },
         { Fault::RegisterSlow, "register-slow", "MS", 1, MaxCount, -1,
           "Answers each register write so much later." },
         { Fault::VersionRefused, "version-refused", nullptr, 0, 0, 0,
           "Answers the version command with \"2.0.0.0\" and a hardware that hosts do not upgrade "
-          "over "
-          "HTTP." },
+          "over HTTP." },
         { Fault::VersionAllowed, "version-allowed", nullptr, 0, 0, 0,
           "Answers the version command with \"2.0.0.0\" and a hardware that hosts do upgrade." },
         { Fault::VersionBroken, "version-broken", nullptr, 0, 0, 0,

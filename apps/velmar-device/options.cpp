@@ -4,6 +4,7 @@
 
 #include <QCommandLineParser>
 
+#include <algorithm>
 #include <limits>
 
 namespace Velmar::Simulator {
@@ -72,6 +73,20 @@ void describeOptions(QCommandLineParser &parser)
     flag({ QStringLiteral("version") }, "Shows the version.");
 }
 
+/*! The decimal number \a text, digits and nothing else; without a value if it is none or above
+    \a maximum. */
+std::optional<int> digits(const QString &text, int maximum)
+{
+    const auto isDigit = [](QChar letter) {
+        return letter >= QLatin1Char('0') && letter <= QLatin1Char('9');
+    };
+    bool isNumber = false;
+    const int number = text.toInt(&isNumber);
+    if (!isNumber || number > maximum || !std::all_of(text.begin(), text.end(), isDigit))
+        return {};
+    return number;
+}
+
 /*! Reads the values of single options; remembers the first fault. */
 class ValueReader {
 public:
@@ -85,10 +100,13 @@ public:
     {
         if (!m_parser.isSet(QLatin1String(name)))
             return defaultValue;
-        bool isNumber = false;
-        const int value = m_parser.value(QLatin1String(name)).toInt(&isNumber);
-        if (!isNumber || value < minimum)
-            fail(name, QString::fromLatin1("a number of milliseconds from %1").arg(minimum));
+        constexpr int Maximum = std::numeric_limits<int>::max();
+        const int value = digits(m_parser.value(QLatin1String(name)), Maximum).value_or(-1);
+        if (value < minimum)
+            fail(name,
+                 QString::fromLatin1("a number of milliseconds from %1 to %2")
+                     .arg(minimum)
+                     .arg(Maximum));
         return value;
     }
 
@@ -134,10 +152,8 @@ public:
             return {};
         const QStringList parts = value.split(QLatin1Char('.'));
         bool isVersion = parts.size() == 4;
-        for (const QString &part : parts) {
-            bool isNumber = false;
-            isVersion = isVersion && part.toUShort(&isNumber) <= 255 && isNumber;
-        }
+        for (const QString &part : parts)
+            isVersion = isVersion && digits(part, 255).has_value();
         if (!isVersion)
             fail(name, QStringLiteral("a version such as 1.2.3.4, each part up to 255"));
         return value;
@@ -166,11 +182,10 @@ public:
 private:
     quint16 port(const QString &text, const char *name, const QString &expectation)
     {
-        bool isPort = false;
-        const quint16 number = text.toUShort(&isPort);
-        if (!isPort)
+        const std::optional<int> number = digits(text, 65535);
+        if (!number)
             fail(name, expectation);
-        return number;
+        return quint16(number.value_or(0));
     }
 
     const QCommandLineParser &m_parser;
@@ -236,8 +251,9 @@ QString Options::helpText()
     QCommandLineParser parser;
     describeOptions(parser);
     return parser.helpText() + QLatin1String("\nFaults:\n") + Faults::helpText()
-        + QStringLiteral("\nThe exit status is 0 after SIGTERM or SIGINT, 64 if the options are "
-                         "wrong, and\n1 if the device cannot start.\n");
+        + QStringLiteral(
+               "\nThe exit status is 0 after SIGTERM or SIGINT, 64 if the options or the\n"
+               "catalogue are wrong, and 1 if the device cannot start.\n");
 }
 
 } // namespace Velmar::Simulator

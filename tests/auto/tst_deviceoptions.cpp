@@ -128,14 +128,24 @@ private Q_SLOTS:
             << "The value \"on\" of --probe-port is not a port from 0 to 65535 or \"off\".";
         QTest::newRow("negative time") << QStringList { "--install-ms", "-1" }
                                        << "The value \"-1\" of --install-ms is not a number of "
-                                          "milliseconds from 0.";
+                                          "milliseconds from 0 to 2147483647.";
+        QTest::newRow("time of three years")
+            << QStringList { "--install-ms", "99999999999" }
+            << "The value \"99999999999\" of --install-ms is not a number of milliseconds from 0 "
+               "to 2147483647.";
+        QTest::newRow("time with a sign")
+            << QStringList { "--restart-ms", "+5" }
+            << "The value \"+5\" of --restart-ms is not a number of milliseconds from 0 to "
+               "2147483647.";
+        addListen("port with a sign", "127.0.0.1:+80");
         QTest::newRow("time with a unit") << QStringList { "--restart-ms", "5s" }
                                           << "The value \"5s\" of --restart-ms is not a number of "
-                                             "milliseconds from 0.";
+                                             "milliseconds from 0 to 2147483647.";
         QTest::newRow("no time to answer") << QStringList { "--heartbeat-ms", "0" }
                                            << "The value \"0\" of --heartbeat-ms is not a number "
-                                              "of milliseconds from 1.";
-        for (const char *version : { "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.x", "1..3.4", "" })
+                                              "of milliseconds from 1 to 2147483647.";
+        for (const char *version :
+             { "1.2.3", "1.2.3.4.5", "1.2.3.256", "1.2.3.x", "1..3.4", "1.2.3.+4", "1.2.3. 4", "" })
             QTest::newRow(qPrintable(QString("version \"%1\"").arg(version)))
                 << QStringList { "--file-version", version }
                 << QString("The value \"%1\" of --file-version is not a version such as 1.2.3.4, "
