@@ -94,6 +94,10 @@ bool parseCommandLine(const QStringList &arguments, CommandLine &commandLine, QS
                      QString::number(words.size()));
         return false;
     }
+    if (words.contains(QString()) || (parser.isSet(keyFile) && parser.value(keyFile).isEmpty())) {
+        errorText = QStringLiteral("An empty path names nothing.");
+        return false;
+    }
     const bool isImage = command->action == CommandLine::Action::Image;
     if (parser.isSet(json) && !isImage) {
         errorText = QStringLiteral("--json is for \"image\" only.");

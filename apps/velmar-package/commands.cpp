@@ -1,11 +1,12 @@
 #include "commands.h"
 
 #include "imagereport.h"
+#include "interruption.h"
 #include "packagebuilder.h"
 #include "packagemanifest.h"
 
+#include <tzcryptrc2/convertfile.h>
 #include <tzcryptrc2/cryptkey.h>
-#include <tzcryptrc2/cryptrc2.h>
 
 #include <QDebug>
 #include <QFile>
@@ -57,6 +58,25 @@ ExitCode setKey(const QString &keyFile)
     return ExitCode::Ok;
 }
 
+ExitCode toExitCode(TZ::ConvertOutcome::Result result)
+{
+    using Result = TZ::ConvertOutcome::Result;
+    switch (result) {
+    case Result::Done:
+        return ExitCode::Ok;
+    case Result::SourceRefused:
+        return ExitCode::NoInput;
+    case Result::SourceUnsound:
+        return ExitCode::DataError;
+    case Result::TargetRefused:
+        return ExitCode::CannotCreate;
+    case Result::Failed:
+    case Result::Interrupted:
+        break;
+    }
+    return ExitCode::IoError;
+}
+
 ExitCode convert(const CommandLine &commandLine)
 {
     const bool enciphers = commandLine.action == CommandLine::Action::Encipher;
@@ -66,12 +86,16 @@ ExitCode convert(const CommandLine &commandLine)
     if (!commandLine.force && (output.exists() || output.isSymLink()))
         return fail(ExitCode::CannotCreate,
                     commandLine.output + QStringLiteral(" is there already"));
-    // The cause of a failure is in the log, and that goes to standard error.
-    if (CryptRc2().ReadFileToEncryptOrDecrypt(commandLine.input, commandLine.output,
-                                              CRYPTSTYLE_FILE,
-                                              enciphers ? CRYPTTYPE_ENCRYPT : CRYPTTYPE_DECRYPT))
-        return ExitCode::Ok;
-    return enciphers ? ExitCode::IoError : ExitCode::DataError;
+    const TZ::ConvertOutcome outcome = enciphers
+        ? TZ::encipherFile(commandLine.input, commandLine.output, mayGoOn)
+        : TZ::decipherFile(commandLine.input, commandLine.output, mayGoOn);
+    const ExitCode code = toExitCode(outcome.result);
+    if (code == ExitCode::Ok)
+        return code;
+    return fail(code,
+                QStringLiteral("Failed to %1 %2: %3")
+                    .arg(enciphers ? QStringLiteral("encipher") : QStringLiteral("decipher"),
+                         commandLine.input, outcome.cause));
 }
 
 ExitCode showImage(const CommandLine &commandLine)

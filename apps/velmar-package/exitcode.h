@@ -9,8 +9,8 @@ enum class ExitCode {
     Usage = 64, //!< the command line is wrong
     DataError = 65, //!< an input is there, but unsound
     NoInput = 66, //!< an input is missing or cannot be read
-    CannotCreate = 73, //!< the output is there already, or its place is wrong
-    IoError = 74, //!< reading or writing failed on the way
+    CannotCreate = 73, //!< the output is there already, or cannot be made at its place
+    IoError = 74, //!< reading or writing failed on the way, or was interrupted
 };
 
 } // namespace Velmar::Package

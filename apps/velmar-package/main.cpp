@@ -1,4 +1,5 @@
 #include "commands.h"
+#include "interruption.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -27,5 +28,9 @@ int main(int argc, char *argv[])
         qCritical().noquote() << errorText << "Try --help.";
         return int(ExitCode::Usage);
     }
-    return int(run(commandLine));
+    const Interruption interruption;
+    const ExitCode code = run(commandLine);
+    if (code != ExitCode::Ok)
+        interruption.endProcessIfInterrupted();
+    return int(code);
 }

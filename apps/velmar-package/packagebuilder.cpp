@@ -1,15 +1,17 @@
 #include "packagebuilder.h"
 
+#include "growingfolder.h"
+#include "interruption.h"
 #include "packagexml.h"
 
-#include <tzcryptrc2/cryptrc2.h>
+#include <tzcryptrc2/convertfile.h>
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 
@@ -22,6 +24,7 @@ namespace {
 constexpr char IndexName[] = "PackageCfg.xml";
 constexpr char DescriptionName[] = "DataPackage.xml";
 constexpr char DataFilePathsName[] = "DataFilPathCfg.xml";
+constexpr int CopiedAtOnce = 64 * 1024;
 
 QString inFolder(const QString &folder, const QString &path)
 {
@@ -31,20 +34,6 @@ QString inFolder(const QString &folder, const QString &path)
 QString inFolder(const QString &folder, const char *name)
 {
     return inFolder(folder, QLatin1String(name));
-}
-
-// Makes a new folder beside target and returns its path; empty if that fails.
-QString makeFolderBeside(const QFileInfo &target)
-{
-    constexpr int Attempts = 100;
-    for (int i = 0; i < Attempts; ++i) {
-        const QString suffix = QString::number(QRandomGenerator::system()->generate(), 16);
-        const QString path =
-            QStringLiteral("%1/.%2.%3").arg(target.absolutePath(), target.fileName(), suffix);
-        if (QDir().mkdir(path))
-            return path;
-    }
-    return QString();
 }
 
 // With RENAME_EXCHANGE both paths are there and change their places, in one step; with 0, \a to is
@@ -66,19 +55,47 @@ bool isReplaceable(const QFileInfo &target)
             || QDir(target.filePath()).isEmpty());
 }
 
-/*! Removes a folder with all that is in it by then. */
-class FolderRemover {
-public:
-    explicit FolderRemover(const QString &path)
-        : m_path(path)
-    {
-    }
-    ~FolderRemover() { QDir(m_path).removeRecursively(); }
-    Q_DISABLE_COPY(FolderRemover)
+bool isInterrupted(QString &errorText)
+{
+    if (mayGoOn())
+        return false;
+    errorText = QStringLiteral("interrupted");
+    return true;
+}
 
-private:
-    const QString m_path;
-};
+// QFile::copy() cannot be interrupted.
+bool copyFile(const QString &source, const QString &target, QString &errorText)
+{
+    QFile from(source);
+    QFile to(target);
+    if (!from.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+        errorText = from.errorString();
+        return false;
+    }
+    if (!to.open(QIODevice::NewOnly | QIODevice::WriteOnly | QIODevice::Unbuffered)) {
+        errorText = to.errorString();
+        return false;
+    }
+    QByteArray chunk(CopiedAtOnce, Qt::Uninitialized);
+    for (qint64 count = from.read(chunk.data(), chunk.size()); count != 0;
+         count = from.read(chunk.data(), chunk.size())) {
+        if (count < 0) {
+            errorText = from.errorString();
+            return false;
+        }
+        if (isInterrupted(errorText))
+            return false;
+        const qint64 written = to.write(chunk.constData(), count);
+        if (written != count) {
+            errorText = written < 0 ? to.errorString() : QStringLiteral("the disk is full");
+            return false;
+        }
+    }
+    if (to.setPermissions(from.permissions()))
+        return true;
+    errorText = to.errorString();
+    return false;
+}
 
 } // namespace
 
@@ -106,15 +123,19 @@ PackageBuilder::Result PackageBuilder::build(const QString &target, bool replace
         errorText = QStringLiteral("%1 holds the manifest and will not be replaced").arg(target);
         return Result::TargetRefused;
     }
-    const QString folder = makeFolderBeside(place);
-    if (folder.isEmpty()) {
-        errorText = QStringLiteral("no folder can be made in %1").arg(place.absolutePath());
+    if (QFile::encodeName(place.fileName()).size() > NAME_MAX) {
+        errorText = QStringLiteral("%1: %2").arg(target, qt_error_string(ENAMETOOLONG));
         return Result::TargetRefused;
     }
     // After the exchange it is the former package that is here; after a plain rename, nothing.
-    const FolderRemover remover(folder);
-    const bool ok = fill(folder, errorText)
-        && rename(folder, place.filePath(), isThere ? RENAME_EXCHANGE : 0, errorText);
+    GrowingFolder folder(place);
+    folder.removeLeftovers();
+    if (!folder.make()) {
+        errorText = QStringLiteral("no folder can be made in %1").arg(place.absolutePath());
+        return Result::TargetRefused;
+    }
+    const bool ok = fill(folder.path(), errorText) && !isInterrupted(errorText)
+        && rename(folder.path(), place.filePath(), isThere ? RENAME_EXCHANGE : 0, errorText);
     return ok ? Result::Done : Result::Failed;
 }
 
@@ -148,16 +169,16 @@ bool PackageBuilder::bringFile(const QString &folder, const QString &path, QStri
         return false;
     }
     if (isEncipheredFile(path)) {
-        if (CryptRc2().ReadFileToEncryptOrDecrypt(source, target, CRYPTSTYLE_FILE,
-                                                  CRYPTTYPE_ENCRYPT))
+        const TZ::ConvertOutcome outcome = TZ::encipherFile(source, target, mayGoOn);
+        if (outcome.result == TZ::ConvertOutcome::Result::Done)
             return true;
-        errorText = QStringLiteral("%1 cannot be enciphered").arg(source);
+        errorText = QStringLiteral("%1 cannot be enciphered: %2").arg(source, outcome.cause);
         return false;
     }
-    QFile file(source);
-    if (file.copy(target))
+    QString cause;
+    if (copyFile(source, target, cause))
         return true;
-    errorText = QStringLiteral("%1 cannot be copied: %2").arg(source, file.errorString());
+    errorText = QStringLiteral("%1 cannot be copied: %2").arg(source, cause);
     return false;
 }
 

@@ -10,16 +10,16 @@ namespace Velmar::Package {
 /*!
     Makes a package folder out of plain files.
 
-    The package is built beside its final place, under a name with a dot in front, and renamed when
-    it is whole: what stands at the final place is a whole package at any time. The key is that of
-    TZ::cryptKey().
+    The package is built beside its final place, in a GrowingFolder, and renamed when it is whole:
+    what stands at the final place is a whole package at any time. The key is that of
+    TZ::cryptKey(). mayGoOn() interrupts it.
 */
 class PackageBuilder {
 public:
     enum class Result {
         Done,
         TargetRefused, //!< something stands in the way; nothing was changed
-        Failed, //!< reading or writing failed; nothing was changed
+        Failed, //!< reading or writing failed or was interrupted; nothing was changed
     };
 
     explicit PackageBuilder(const PackageManifest &manifest);

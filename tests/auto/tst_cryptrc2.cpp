@@ -1,6 +1,8 @@
+#include "pendingfile.h"
 #include "rc2cbc.h"
 #include "support/unprivileged.h"
 
+#include <tzcryptrc2/convertfile.h>
 #include <tzcryptrc2/cryptkey.h>
 #include <tzcryptrc2/cryptrc2.h>
 
@@ -18,6 +20,8 @@
 
 namespace {
 
+using Result = TZ::ConvertOutcome::Result;
+using TZ::Internal::PendingFile;
 using TZ::Internal::Rc2Cbc;
 
 // "The quick brown fox jumps over the lazy dog" under the demonstration key, made with OpenSSL's
@@ -488,6 +492,139 @@ private Q_SLOTS:
         QVERIFY(!encipher("in", "none/out"));
     }
 
+    void outcomes_data()
+    {
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<int>("result");
+
+        const auto row = [](const char *name, const char *source, const char *target,
+                            Result result) {
+            QTest::newRow(name) << source << target << int(result);
+        };
+        row("done", "in", "out", Result::Done);
+        row("former file replaced", "in", "former", Result::Done);
+        row("missing source", "none", "former", Result::SourceRefused);
+        row("folder as source", "folder", "former", Result::SourceRefused);
+        row("damaged source", "damaged", "former", Result::SourceUnsound);
+        row("plain source", "former", "out", Result::SourceUnsound);
+        row("missing folder", "in", "none/out", Result::TargetRefused);
+        row("file as a folder", "in", "former/out", Result::TargetRefused);
+        row("folder as target", "in", "folder", Result::TargetRefused);
+        row("no name", "in", "", Result::TargetRefused);
+        row("source as target", "in", "in", Result::TargetRefused);
+    }
+    void outcomes()
+    {
+        QFETCH(QString, source);
+        QFETCH(QString, target);
+        QFETCH(int, result);
+        write(hex(EncipheredPangram), "in");
+        write(hex(EncipheredPangram).replace(20, 1, "x"), "damaged");
+        write("former", "former");
+        QVERIFY(QDir().mkdir(path("folder")));
+        const QStringList before = names();
+
+        const TZ::ConvertOutcome outcome =
+            TZ::decipherFile(path(source), target.isEmpty() ? QString() : path(target));
+
+        QCOMPARE(int(outcome.result), result);
+        QCOMPARE(outcome.cause.isEmpty(), Result(result) == Result::Done);
+        if (Result(result) == Result::Done) {
+            QCOMPARE(read(qPrintable(target)), QByteArray(Pangram));
+        } else {
+            QCOMPARE(names(), before);
+            QCOMPARE(read("former"), QByteArray("former"));
+            QCOMPARE(read("in"), hex(EncipheredPangram));
+        }
+    }
+
+    void nameThatIsTooLong()
+    {
+        write("plain", "in");
+
+        const TZ::ConvertOutcome outcome = TZ::encipherFile(path("in"), path(QString(256, 'n')));
+
+        QCOMPARE(int(outcome.result), int(Result::TargetRefused));
+        QCOMPARE(names(), QStringList("in"));
+        QCOMPARE(int(TZ::encipherFile(path("in"), path(QString(255, 'n'))).result),
+                 int(Result::Done));
+    }
+
+    void fullDiskAsAnOutcome()
+    {
+        write(firmware(200000), "in");
+        QVERIFY(encipher("in", "enciphered"));
+        write("former", "out");
+        const FileSizeLimit limit { 100000 };
+
+        QCOMPARE(int(TZ::decipherFile(path("enciphered"), path("out")).result),
+                 int(Result::Failed));
+        QCOMPARE(int(TZ::encipherFile(path("in"), path("out")).result), int(Result::Failed));
+
+        QCOMPARE(read("out"), QByteArray("former"));
+    }
+
+    void nothingIsSeenOfAnUnfinishedFile()
+    {
+        write(firmware(200000), "in");
+        QStringList seen;
+
+        const TZ::ConvertOutcome outcome = TZ::encipherFile(path("in"), path("out"), [&] {
+            seen.append(names().join(' '));
+            return true;
+        });
+
+        QCOMPARE(int(outcome.result), int(Result::Done));
+        QCOMPARE(seen, QStringList({ "in", "in", "in", "in" }));
+        QCOMPARE(names(), QStringList({ "in", "out" }));
+    }
+
+    void interrupted()
+    {
+        write(firmware(200000), "in");
+        QVERIFY(encipher("in", "enciphered"));
+        int pieces = 0;
+        const auto onePiece = [&pieces] {
+            return pieces++ == 0;
+        };
+
+        const TZ::ConvertOutcome outcome = TZ::encipherFile(path("in"), path("out"), onePiece);
+        QCOMPARE(int(outcome.result), int(Result::Interrupted));
+        QCOMPARE(outcome.cause, QString("Interrupted."));
+        QCOMPARE(pieces, 2);
+        pieces = 0;
+        QCOMPARE(int(TZ::decipherFile(path("enciphered"), path("out"), onePiece).result),
+                 int(Result::Interrupted));
+
+        QCOMPARE(names(), QStringList({ "enciphered", "in" }));
+    }
+
+    // Some file systems have no files without a name.
+    void hiddenFile()
+    {
+        write("former", "out");
+        QString cause;
+        {
+            PendingFile dropped(path("out"));
+            QCOMPARE(int(dropped.open(cause, PendingFile::Naming::Hidden)),
+                     int(PendingFile::Result::Done));
+            QCOMPARE(names().size(), 2);
+            QVERIFY(names().first().startsWith(".velmar-"));
+        }
+        QCOMPARE(names(), QStringList("out"));
+        PendingFile kept(path("out"));
+        QCOMPARE(int(kept.open(cause, PendingFile::Naming::Hidden)),
+                 int(PendingFile::Result::Done));
+        QCOMPARE(kept.device().write("new"), 3);
+        QCOMPARE(read("out"), QByteArray("former"));
+
+        QCOMPARE(int(kept.commit(cause)), int(PendingFile::Result::Done));
+
+        QCOMPARE(read("out"), QByteArray("new"));
+        QCOMPARE(names(), QStringList("out"));
+    }
+
     void unknownNumbers_data()
     {
         QTest::addColumn<int>("style");
@@ -721,6 +858,12 @@ private:
     QString path(const QString &name) const { return m_folder->filePath(name); }
     QString path(const char *name) const { return path(QString::fromUtf8(name)); }
     bool exists(const char *name) const { return QFileInfo::exists(path(name)); }
+
+    QStringList names() const
+    {
+        return QDir(m_folder->path())
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+    }
 
     void write(const QByteArray &contents, const char *name)
     {

@@ -13,6 +13,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <csignal>
+
 using Velmar::Package::CommandLine;
 
 Q_DECLARE_METATYPE(CommandLine::Action)
@@ -182,11 +184,15 @@ private Q_SLOTS:
         row("output is there", "encipher in former", "former is there already", 73);
         row("input itself", "encipher in in", "in is there already", 73);
         row("input itself, by force", "encipher in in --force",
-            "Failed to encipher in: Source and target are the same file.", 74);
+            "Failed to encipher in: Source and target are the same file.", 73);
         row("folder as output, by force", "encipher in folder --force",
-            "Failed to encipher in: The target is there and not a file.", 74);
+            "Failed to encipher in: The target is there and not a file.", 73);
         row("output in a missing folder", "encipher in none/out",
-            "Failed to encipher in: none/out: No such file or directory", 74);
+            "Failed to encipher in: none/out: No such file or directory", 73);
+        row("deciphered output in a missing folder", "decipher in none/out",
+            "Failed to decipher in: none/out: No such file or directory", 73);
+        row("file as the output's folder", "encipher in former/out",
+            "Failed to encipher in: former/out: Not a directory", 73);
         row("plain file", "decipher in out",
             "Failed to decipher in: The file is cut off or not enciphered.", 65);
     }
@@ -205,6 +211,84 @@ private Q_SLOTS:
         QCOMPARE(read("in"), QByteArray("plain bytes"));
         QCOMPARE(read("former"), QByteArray("former"));
         QVERIFY(!exists("out"));
+    }
+
+    void fullDiskOfAFile_data()
+    {
+        QTest::addColumn<QString>("words");
+
+        QTest::newRow("encipher") << QStringLiteral("encipher in out");
+        QTest::newRow("decipher") << QStringLiteral("decipher enciphered out");
+    }
+    void fullDiskOfAFile()
+    {
+        QFETCH(QString, words);
+        write(QByteArray(100000, 'f'), "in");
+        QCOMPARE(run("encipher in enciphered").exitCode, 0);
+
+        const Outcome outcome =
+            runShell(qPrintable("trap '' XFSZ; ulimit -f 8; exec \"$0\" " + words));
+
+        QVERIFY(outcome.errors.contains("The disk is full."));
+        QCOMPARE(outcome.exitCode, 74);
+        QVERIFY(!exists("out"));
+    }
+
+    void emptyPath_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+
+        QTest::newRow("input") << QStringList({ "image", "" });
+        QTest::newRow("output") << QStringList({ "encipher", "in", "" });
+        QTest::newRow("package") << QStringList({ "create", "manifest.json", "" });
+        QTest::newRow("key file") << QStringList({ "encipher", "in", "out", "--key-file", "" });
+    }
+    void emptyPath()
+    {
+        QFETCH(QStringList, arguments);
+        write("plain bytes", "in");
+
+        const Outcome outcome = run(arguments);
+
+        QCOMPARE(outcome.errors,
+                 QByteArray("velmar-package: An empty path names nothing. Try --help.\n"));
+        QCOMPARE(outcome.exitCode, 64);
+    }
+
+    void failureKeepsTheFormerOutput()
+    {
+        write("plain bytes", "in");
+        write("former", "out");
+
+        QCOMPARE(run("decipher in out --force").exitCode, 65);
+
+        QCOMPARE(read("out"), QByteArray("former"));
+    }
+
+    void interruptedFile_data()
+    {
+        QTest::addColumn<int>("signal");
+
+        QTest::newRow("from the keyboard") << SIGINT;
+        QTest::newRow("termination") << SIGTERM;
+        QTest::newRow("without mercy") << SIGKILL;
+    }
+    void interruptedFile()
+    {
+        QFETCH(int, signal);
+        writeHole("in");
+        QProcess process;
+        process.setWorkingDirectory(m_folder->path());
+        process.start(VELMAR_PACKAGE, { "encipher", "in", "out" });
+        QVERIFY(process.waitForStarted());
+        QTRY_VERIFY(isWriting(process));
+
+        QCOMPARE(kill(pid_t(process.processId()), signal), 0);
+
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+        QCOMPARE(process.exitCode(), signal);
+        QCOMPARE(entries(), QStringList("in"));
     }
 
     void outputIsReplacedByForce()
@@ -519,6 +603,96 @@ private Q_SLOTS:
                  QStringList());
     }
 
+    void longestName_data()
+    {
+        QTest::addColumn<int>("length");
+        QTest::addColumn<int>("exitCode");
+
+        QTest::newRow("longest") << 255 << 0;
+        QTest::newRow("too long") << 256 << 73;
+    }
+    void longestName()
+    {
+        QFETCH(int, length);
+        writePlainFolder();
+        const QString name(length, u'n');
+
+        QTEST(run("create plain/manifest.json " + name).exitCode, "exitCode");
+
+        QCOMPARE(entries(), length == 255 ? QStringList({ name, "plain" }) : QStringList("plain"));
+    }
+
+    void interruptedPackage_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::addColumn<QString>("file");
+
+        QTest::newRow("from the keyboard, enciphering") << SIGINT << QStringLiteral("MCU.dat");
+        QTest::newRow("termination, enciphering") << SIGTERM << QStringLiteral("MCU.dat");
+        QTest::newRow("termination, copying") << SIGTERM << QStringLiteral("MCU.bin");
+        QTest::newRow("terminal closed, enciphering") << SIGHUP << QStringLiteral("MCU.dat");
+    }
+    void interruptedPackage()
+    {
+        QFETCH(int, signal);
+        QFETCH(QString, file);
+        writePlainFolder();
+        const QByteArray text = read("plain/manifest.json");
+        write(QByteArray(text).replace("MCU.dat", file.toUtf8()), "plain/manifest.json");
+        writeHole(qPrintable("plain/main & more/" + file));
+        QProcess process;
+        startCreate(process);
+        QTRY_VERIFY(isWriting(process));
+
+        QCOMPARE(kill(pid_t(process.processId()), signal), 0);
+
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.exitStatus(), QProcess::CrashExit);
+        QCOMPARE(process.exitCode(), signal);
+        QCOMPARE(entries(), QStringList("plain"));
+    }
+
+    void leftoverOfAKilledRun()
+    {
+        writePlainFolder();
+        writeHole("plain/main & more/MCU.dat");
+        QProcess process;
+        startCreate(process);
+        QTRY_VERIFY(isWriting(process));
+        process.kill();
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(entries().size(), 2);
+        write("precious", ".velmar-package-/file");
+        write("firmware", "plain/main & more/MCU.dat");
+
+        QCOMPARE(run("create plain/manifest.json other").exitCode, 0);
+        QCOMPARE(entries().size(), 4); // that of another place stays
+
+        QCOMPARE(run("create plain/manifest.json package").exitCode, 0);
+        QCOMPARE(entries(), QStringList({ ".velmar-package-", "other", "package", "plain" }));
+    }
+
+    void runBesideAnother()
+    {
+        writePlainFolder();
+        writeHole("plain/main & more/MCU.dat");
+        QProcess process;
+        startCreate(process);
+        QTRY_VERIFY(isWriting(process));
+        const QString growing = entries().first();
+        QVERIFY(growing.startsWith(".velmar-package-"));
+        QVERIFY(QFile::remove(path("plain/main & more/MCU.dat")));
+        write("firmware", "plain/main & more/MCU.dat");
+
+        QCOMPARE(run("create plain/manifest.json package").exitCode, 0);
+
+        QCOMPARE(entries(), QStringList({ growing, "package", "plain" }));
+        QVERIFY(isWriting(process));
+        process.terminate();
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(entries(), QStringList({ "package", "plain" }));
+    }
+
     void badManifest()
     {
         writePlainFolder();
@@ -633,6 +807,40 @@ private:
         QFile file(path(name));
         QVERIFY(file.open(QIODevice::WriteOnly));
         QCOMPARE(file.write(contents), qint64(contents.size()));
+    }
+
+    // So large that no machine enciphers it before a signal arrives. It takes no room on the disk.
+    void writeHole(const char *name)
+    {
+        write("", name);
+        QVERIFY(QFile::resize(path(name), qint64(1) << 34));
+    }
+
+    void startCreate(QProcess &process)
+    {
+        process.setWorkingDirectory(m_folder->path());
+        process.start(VELMAR_PACKAGE, { "create", "plain/manifest.json", "package" });
+        QVERIFY(process.waitForStarted());
+    }
+
+    // Has the process a file open in the folder that it writes to?
+    bool isWriting(const QProcess &process) const
+    {
+        const QString descriptors = QStringLiteral("/proc/%1/fd/").arg(process.processId());
+        for (int descriptor = 3; descriptor < 64; ++descriptor) {
+            const QString number = QString::number(descriptor);
+            QFile info(QStringLiteral("/proc/%1/fdinfo/%2").arg(process.processId()).arg(number));
+            if (QFile::symLinkTarget(descriptors + number).startsWith(m_folder->path())
+                && info.open(QIODevice::ReadOnly) && info.readAll().contains("01\nmnt_id"))
+                return true;
+        }
+        return false;
+    }
+
+    QStringList entries() const
+    {
+        return QDir(m_folder->path())
+            .entryList(QDir::Hidden | QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name);
     }
 
     void writePlainFolder()

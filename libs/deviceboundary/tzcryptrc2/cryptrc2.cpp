@@ -1,23 +1,14 @@
 #include <tzcryptrc2/cryptrc2.h>
 
-#include "encipheredfile.h"
+#include <tzcryptrc2/convertfile.h>
 
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
-#include <QRandomGenerator>
 
 namespace {
 
 using namespace TZ;
-using namespace TZ::Internal;
-
-Rc2Cbc::Block randomInitialVector()
-{
-    Rc2Cbc::Block block;
-    QRandomGenerator::system()->generate(block.begin(), block.end());
-    return block;
-}
 
 bool isSameFile(const QString &source, const QString &target)
 {
@@ -51,28 +42,10 @@ bool convert(const QString &source, const QString &target, CRYPTTYPE type, QStri
     }
     if (!removeFormer(target, cause))
         return false;
-    // A pipe would block the open for as long as nobody writes to it.
-    if (!QFileInfo(source).isFile()) {
-        cause = QStringLiteral("There is no such file.");
-        return false;
-    }
-    QFile sourceFile(source);
-    if (!sourceFile.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        cause = sourceFile.errorString();
-        return false;
-    }
-    QFile targetFile(target);
-    if (!targetFile.open(QIODevice::NewOnly | QIODevice::WriteOnly | QIODevice::Unbuffered)) {
-        cause = QStringLiteral("%1: %2").arg(target, targetFile.errorString());
-        return false;
-    }
-    const CryptKey key = cryptKey();
-    const bool ok = type == CRYPTTYPE_ENCRYPT
-        ? EncipheredFile::encipher(sourceFile, targetFile, key, randomInitialVector(), cause)
-        : EncipheredFile::decipher(sourceFile, targetFile, key, cause);
-    if (!ok)
-        targetFile.remove();
-    return ok;
+    const ConvertOutcome outcome =
+        type == CRYPTTYPE_ENCRYPT ? encipherFile(source, target) : decipherFile(source, target);
+    cause = outcome.cause;
+    return outcome.result == ConvertOutcome::Result::Done;
 }
 
 } // namespace

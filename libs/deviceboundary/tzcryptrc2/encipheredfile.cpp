@@ -137,26 +137,37 @@ int paddingOf(const char *end)
                                                                                          : 0;
 }
 
+bool isInterrupted(const std::function<bool()> &mayGoOn, QString &cause)
+{
+    if (!mayGoOn || mayGoOn())
+        return false;
+    cause = QStringLiteral("Interrupted.");
+    return true;
+}
+
 } // namespace
 
-bool encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
-              const Rc2Cbc::Block &initialVector, QString &cause)
+Result encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
+                const Rc2Cbc::Block &initialVector, const std::function<bool()> &mayGoOn,
+                QString &cause)
 {
     Rc2Cbc cipher(key, initialVector);
     Authenticator authenticator(key);
     const Header header = makeHeader(key.effectiveBits, initialVector);
     authenticator.add(header.data(), header.size());
     if (!writeExactly(target, header.data(), HeaderSize, cause))
-        return false;
+        return Result::Failed;
 
     QByteArray plain(ChunkSize + Rc2Cbc::BlockSize, Qt::Uninitialized);
     QByteArray enciphered(plain.size(), Qt::Uninitialized);
     bool isLast = false;
     while (!isLast) {
+        if (isInterrupted(mayGoOn, cause))
+            return Result::Interrupted;
         qint64 length = readFully(source, plain.data(), ChunkSize);
         if (length < 0) {
             cause = source.errorString();
-            return false;
+            return Result::Failed;
         }
         isLast = length < ChunkSize;
         if (isLast) {
@@ -167,26 +178,29 @@ bool encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
         cipher.encrypt(plain.constData(), enciphered.data(), std::size_t(length));
         authenticator.add(enciphered.constData(), std::size_t(length));
         if (!writeExactly(target, enciphered.constData(), length, cause))
-            return false;
+            return Result::Failed;
     }
     const Code code = authenticator.code();
-    return writeExactly(target, reinterpret_cast<const char *>(code.data()), CodeSize, cause);
+    return writeExactly(target, reinterpret_cast<const char *>(code.data()), CodeSize, cause)
+        ? Result::Done
+        : Result::Failed;
 }
 
-bool decipher(QIODevice &source, QIODevice &target, const CryptKey &key, QString &cause)
+Result decipher(QIODevice &source, QIODevice &target, const CryptKey &key,
+                const std::function<bool()> &mayGoOn, QString &cause)
 {
     qint64 left = source.size() - HeaderSize - CodeSize;
     Header header;
     if (left < Rc2Cbc::BlockSize || left % Rc2Cbc::BlockSize != 0) {
         cause = QStringLiteral("The file is cut off or not enciphered.");
-        return false;
+        return Result::SourceUnsound;
     }
     if (!readExactly(source, header.data(), HeaderSize, cause))
-        return false;
+        return Result::Failed;
     CryptKey fileKey = key;
     Rc2Cbc::Block initialVector;
     if (!readHeader(header, fileKey, initialVector, cause))
-        return false;
+        return Result::SourceUnsound;
     Rc2Cbc cipher(fileKey, initialVector);
     Authenticator authenticator(fileKey);
     authenticator.add(header.data(), header.size());
@@ -194,29 +208,32 @@ bool decipher(QIODevice &source, QIODevice &target, const CryptKey &key, QString
     QByteArray enciphered(ChunkSize, Qt::Uninitialized);
     QByteArray plain(ChunkSize, Qt::Uninitialized);
     while (left > ChunkSize) {
+        if (isInterrupted(mayGoOn, cause))
+            return Result::Interrupted;
         if (!readExactly(source, enciphered.data(), ChunkSize, cause))
-            return false;
+            return Result::Failed;
         authenticator.add(enciphered.constData(), ChunkSize);
         cipher.decrypt(enciphered.constData(), plain.data(), ChunkSize);
         if (!writeExactly(target, plain.constData(), ChunkSize, cause))
-            return false;
+            return Result::Failed;
         left -= ChunkSize;
     }
     if (!readExactly(source, enciphered.data(), left, cause))
-        return false;
+        return Result::Failed;
     authenticator.add(enciphered.constData(), std::size_t(left));
     cipher.decrypt(enciphered.constData(), plain.data(), std::size_t(left));
 
     Code stored;
     if (!readExactly(source, reinterpret_cast<char *>(stored.data()), CodeSize, cause))
-        return false;
+        return Result::Failed;
     const Code code = authenticator.code();
     const int padding = paddingOf(plain.constData() + left);
     if (!memeql_sec(stored.data(), code.data(), CodeSize) || padding == 0) {
         cause = QStringLiteral("The file is damaged, or enciphered with another key.");
-        return false;
+        return Result::SourceUnsound;
     }
-    return writeExactly(target, plain.constData(), left - padding, cause);
+    return writeExactly(target, plain.constData(), left - padding, cause) ? Result::Done
+                                                                          : Result::Failed;
 }
 
 } // namespace TZ::Internal::EncipheredFile

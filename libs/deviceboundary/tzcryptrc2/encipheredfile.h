@@ -3,8 +3,12 @@
 
 #include "rc2cbc.h"
 
+#include <tzcryptrc2/convertfile.h>
+
 #include <QIODevice>
 #include <QString>
+
+#include <functional>
 
 /*!
     The enciphered file: a header, the body in RC2 and CBC with PKCS#7 padding, and an
@@ -13,20 +17,24 @@
     Chaining and padding alone do not notice a damaged byte in the middle of a file, and firmware is
     the last thing to install with one; hence the code.
 
-    Both functions work in constant memory. \a source is read from its beginning to its end.
+    Both functions work in constant memory. \a source is read from its beginning to its end, and
+    \a mayGoOn, if it is set, is asked before each piece. With any result but Done, \a cause is set.
 */
 namespace TZ::Internal::EncipheredFile {
 
-/*! Writes the enciphered form of \a source to \a target. False, with \a cause set, on failure. */
-bool encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
-              const Rc2Cbc::Block &initialVector, QString &cause);
+using Result = ConvertOutcome::Result;
+
+/*! Writes the enciphered form of \a source to \a target. */
+Result encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
+                const Rc2Cbc::Block &initialVector, const std::function<bool()> &mayGoOn,
+                QString &cause);
 
 /*!
-    Writes the plain form of \a source, a file whose size is known, to \a target. False, with
-    \a cause set, on failure; what stands in \a target must be thrown away then, for the code is
-    behind the body.
+    Writes the plain form of \a source, a file whose size is known, to \a target. If that fails,
+   what stands in \a target must be thrown away, for the code is behind the body.
 */
-bool decipher(QIODevice &source, QIODevice &target, const CryptKey &key, QString &cause);
+Result decipher(QIODevice &source, QIODevice &target, const CryptKey &key,
+                const std::function<bool()> &mayGoOn, QString &cause);
 
 } // namespace TZ::Internal::EncipheredFile
 

@@ -1,0 +1,88 @@
+#include <tzcryptrc2/convertfile.h>
+
+#include "encipheredfile.h"
+#include "pendingfile.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QRandomGenerator>
+
+namespace TZ {
+
+namespace {
+
+using namespace Internal;
+using Result = ConvertOutcome::Result;
+
+Rc2Cbc::Block randomInitialVector()
+{
+    Rc2Cbc::Block block;
+    QRandomGenerator::system()->generate(block.begin(), block.end());
+    return block;
+}
+
+bool isSameFile(const QString &source, const QString &target)
+{
+    const QString sourceFile = QFileInfo(source).canonicalFilePath();
+    return !sourceFile.isEmpty() && sourceFile == QFileInfo(target).canonicalFilePath();
+}
+
+Result toResult(PendingFile::Result result)
+{
+    switch (result) {
+    case PendingFile::Result::Done:
+        return Result::Done;
+    case PendingFile::Result::PlaceRefused:
+        return Result::TargetRefused;
+    case PendingFile::Result::Failed:
+        break;
+    }
+    return Result::Failed;
+}
+
+// work turns the open source into the open target.
+ConvertOutcome
+convert(const QString &source, const QString &target,
+        const std::function<Result(QIODevice &source, QIODevice &target, QString &cause)> &work)
+{
+    if (isSameFile(source, target))
+        return { Result::TargetRefused, QStringLiteral("Source and target are the same file.") };
+    const QFileInfo former(target);
+    if (!former.isSymLink() && former.exists() && !former.isFile())
+        return { Result::TargetRefused, QStringLiteral("The target is there and not a file.") };
+    // A pipe would block the open for as long as nobody writes to it.
+    if (!QFileInfo(source).isFile())
+        return { Result::SourceRefused, QStringLiteral("There is no such file.") };
+    QFile sourceFile(source);
+    if (!sourceFile.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return { Result::SourceRefused, sourceFile.errorString() };
+    PendingFile targetFile(target);
+    ConvertOutcome outcome;
+    outcome.result = toResult(targetFile.open(outcome.cause));
+    if (outcome.result == Result::Done)
+        outcome.result = work(sourceFile, targetFile.device(), outcome.cause);
+    if (outcome.result == Result::Done)
+        outcome.result = toResult(targetFile.commit(outcome.cause));
+    return outcome;
+}
+
+} // namespace
+
+ConvertOutcome encipherFile(const QString &source, const QString &target,
+                            const std::function<bool()> &mayGoOn)
+{
+    return convert(source, target, [&](QIODevice &from, QIODevice &to, QString &cause) {
+        return EncipheredFile::encipher(from, to, cryptKey(), randomInitialVector(), mayGoOn,
+                                        cause);
+    });
+}
+
+ConvertOutcome decipherFile(const QString &source, const QString &target,
+                            const std::function<bool()> &mayGoOn)
+{
+    return convert(source, target, [&](QIODevice &from, QIODevice &to, QString &cause) {
+        return EncipheredFile::decipher(from, to, cryptKey(), mayGoOn, cause);
+    });
+}
+
+} // namespace TZ
