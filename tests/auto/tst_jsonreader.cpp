@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QTest>
 
+#include <cstring>
 #include <limits>
 #include <pthread.h>
 #include <string>

@@ -1,20 +1,35 @@
-// Compiled with different KEYS, some of which the binding has to refuse.
+// Compiled with different KEYS, MEMBERS, types of the first member (FIRST) and DOCUMENTs, some of
+// which the binding has to refuse.
 #include "json/json.h"
 
+#include <cstdint>
+#include <string>
+#include <tuple>
+#include <vector>
+
+struct Inner {
+    std::uint16_t code = 0;
+
+    static constexpr char Keys[] = "code";
+    static constexpr auto Members = std::make_tuple(&Inner::code);
+};
+
 struct Record {
-    int first = 0;
+    FIRST first {};
     int second = 0;
 
     static constexpr char Keys[] = KEYS;
-    static constexpr auto Members = std::make_tuple(&Record::first, &Record::second);
+    static constexpr auto Members = std::make_tuple(MEMBERS);
 };
 
-bool decode(const std::string &text, Record &record, std::string &error)
+#ifdef DECODED
+bool decode(const std::string &text, DOCUMENT &document, std::string &error)
 {
-    return ajson::decodeJson(text, record, error);
+    return ajson::decodeJson(text, document, error);
 }
-
-void encode(std::string &text, const Record &record)
+#else
+void encode(std::string &text, const DOCUMENT &document)
 {
-    ajson::encodeJson(text, record);
+    ajson::encodeJson(text, document);
 }
+#endif

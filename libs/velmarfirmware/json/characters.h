@@ -2,6 +2,7 @@
 #define VELMARFIRMWARE_JSON_CHARACTERS_H
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 #if defined(__SSE2__) && !defined(AJSON_BYTE_BY_BYTE)

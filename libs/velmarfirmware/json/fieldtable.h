@@ -5,10 +5,13 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 /*!
     From a record's list of names to its field table.
@@ -84,6 +87,49 @@ template<class Type>
 struct IsRecord<Type, std::void_t<decltype(Type::Keys), decltype(Type::Members)>> : std::true_type {
 };
 
+template<class Type, class... Other>
+inline constexpr bool IsOneOf = (std::is_same_v<Type, Other> || ...);
+
+/*! The single values that the reader and the writer know. */
+template<class Type>
+inline constexpr bool IsLeaf =
+    IsOneOf<Type, std::uint8_t, std::uint16_t, std::uint32_t, std::int32_t, std::string>;
+
+/*! What a member or a list's element may be. */
+template<class Type> inline constexpr bool IsBindable = IsLeaf<Type> || IsRecord<Type>::value;
+template<class Element>
+inline constexpr bool IsBindable<std::vector<Element>> = IsBindable<Element>;
+
+/*! What a whole text may stand for. */
+template<class Type> inline constexpr bool IsDocument = IsBindable<Type> && !IsLeaf<Type>;
+
+template<class... Type, class... Owner>
+constexpr bool areMembersBindable(const std::tuple<Type Owner::*...> &)
+{
+    return (IsBindable<Type> && ...);
+}
+
+template<class Left, class Right> constexpr bool isSameMember(Left left, Right right)
+{
+    if constexpr (std::is_same_v<Left, Right>)
+        return left == right;
+    else
+        return false;
+}
+
+template<class... Member> constexpr bool areMembersDistinct(const std::tuple<Member...> &members)
+{
+    const auto areListedOnce = [&members](auto... member) {
+        const auto timesListed = [&members](auto one) {
+            return std::apply(
+                [one](auto... other) { return (0 + ... + (isSameMember(one, other) ? 1 : 0)); },
+                members);
+        };
+        return ((timesListed(member) == 1) && ...);
+    };
+    return std::apply(areListedOnce, members);
+}
+
 /*! Names that are distinct and need no escape, so that a key is one fixed run of bytes. */
 template<std::size_t Count>
 constexpr bool areNamesSound(const std::array<std::string_view, Count> &table)
@@ -99,6 +145,7 @@ constexpr bool areNamesSound(const std::array<std::string_view, Count> &table)
     return true;
 }
 
+/*! Refuses to compile for a record that is not declared soundly. */
 template<class Record> constexpr void checkBinding()
 {
     constexpr auto &Table = FieldTable<Record>;
@@ -107,6 +154,10 @@ template<class Record> constexpr void checkBinding()
     static_assert(Table.size() > 0, "A record has at least one member");
     static_assert(areNamesSound(Table),
                   "The names of a record are distinct, printable ASCII without quote or backslash");
+    static_assert(areMembersBindable(Record::Members),
+                  "The members of a record are unsigned integers of 8, 16 or 32 bits, signed ones "
+                  "of 32, std::string, records and vectors of these");
+    static_assert(areMembersDistinct(Record::Members), "A record lists each of its members once");
 }
 
 /*! The field's key as it stands in a text: in quotes, with the colon. */

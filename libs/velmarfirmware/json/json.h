@@ -2,6 +2,7 @@
 #define VELMARFIRMWARE_JSON_JSON_H
 
 #include "exception.h"
+#include "fieldtable.h"
 #include "recordreader.h"
 #include "recordwriter.h"
 #include "writebuffer.h"
@@ -31,7 +32,7 @@ namespace ajson {
 template<class Document>
 bool decodeJson(const std::string &text, Document &document, std::string &error)
 {
-    static_assert(!Internal::IsLeaf<Document>, "A document is a record or a list");
+    static_assert(Internal::IsDocument<Document>, "A document is a record or a list");
 
     try {
         Reader reader(text.c_str());
@@ -47,6 +48,8 @@ bool decodeJson(const std::string &text, Document &document, std::string &error)
 /*! Replaces \a text by the whole of \a document. Fails for lack of memory only. */
 template<class Document> void encodeJson(std::string &text, const Document &document)
 {
+    static_assert(Internal::IsDocument<Document>, "A document is a record or a list");
+
     WriteBuffer buffer;
     buffer.setEnd(Internal::writeValue(buffer.makeRoom(Internal::roomOfValue(document)), document));
     text = buffer.text();

@@ -380,7 +380,9 @@ std::uint32_t Reader::signedValue() const
     return m_negative ? 0 - bits : bits;
 }
 
-// The text is not cut at the token's end: the quote or stop character there ends the digits.
+// The text is not cut at the token's end. The quote or stop character there ends the digits; but VT
+// and FF are white space before a number and yet part of a bare word, so that a word of these alone
+// takes the number behind its blanks, "\v 12" reading 12.
 std::uint64_t Reader::textAsUnsigned() const
 {
     const LeadingNumber number(m_tokenText, m_end);

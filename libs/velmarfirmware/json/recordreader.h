@@ -18,9 +18,6 @@ namespace ajson::Internal {
 
 enum class Level : bool { Top, Nested };
 
-template<class Type>
-inline constexpr bool IsLeaf = std::is_integral_v<Type> || std::is_same_v<Type, std::string>;
-
 template<Level level, class Record> void readRecord(Reader &reader, Record &record);
 template<Level level, class Element> void readList(Reader &reader, std::vector<Element> &list);
 

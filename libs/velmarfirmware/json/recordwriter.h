@@ -4,6 +4,7 @@
 #include "fieldtable.h"
 #include "writer.h"
 
+#include <cstring>
 #include <utility>
 #include <vector>
 

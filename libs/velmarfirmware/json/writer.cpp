@@ -2,6 +2,8 @@
 
 #include "characters.h"
 
+#include <cstring>
+
 namespace ajson {
 
 namespace {
