@@ -250,6 +250,23 @@ private Q_SLOTS:
         QCOMPARE(run.exitCode, 1);
     }
 
+    void answerLaterThanItsTimeOut()
+    {
+        DeviceProgram device({ "--fault", "register-slow=1000" });
+        QVERIFY(device.waitForReady());
+        const ExamplePackage package;
+        QVERIFY(edit(package, "TimeOut=\"1000\"", "TimeOut=\"200\""));
+        const auto before = package.files();
+        const auto run = UpgradeProgram::run(upgradeArguments(package, device));
+        QCOMPARE(run.err.section('\n', 0, 0), NotWritten);
+        QVERIFY2(run.err.contains("\n  cause: " + NoAnswer
+                                  + "\n  cause: Fail to send command: SendCardIndex\n"),
+                 qPrintable(run.err));
+        QCOMPARE(run.exitCode, 1);
+        QCOMPARE(package.files(), before);
+        QVERIFY(device.registerFirmware().isEmpty());
+    }
+
     void timeLimit()
     {
         DeviceProgram device({ "--fault", "register-slow=200" });
