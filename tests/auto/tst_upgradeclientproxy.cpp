@@ -219,6 +219,10 @@ private:
     QNetworkAccessManager *uploadManager() const { return m_managers.at(0); }
     QNetworkAccessManager *pollManager() const { return m_managers.at(1); }
     static QNetworkReply *latestReply(const QNetworkAccessManager *manager);
+    bool waitForEnds(int count) const
+    {
+        return waitUntil([this, count] { return m_heard->ends.size() >= count; });
+    }
     QStringList warnings() const { return m_log->texts(QtWarningMsg); }
     QStringList debugLines() const { return m_log->texts(QtDebugMsg); }
 
@@ -342,7 +346,8 @@ void tst_UpgradeClientProxy::uploadOnTheWire()
     const QString path = storeFile(contents);
 
     QCOMPARE(m_proxy->uploadFiletoDevice(path, text), 0);
-    QTRY_COMPARE(m_heard->ends, QStringList("uploaded 0"));
+    QVERIFY(waitForEnds(1));
+    QCOMPARE(m_heard->ends, QStringList("uploaded 0"));
 
     QCOMPARE(m_server->requests().size(), 1);
     const auto &request = m_server->requests().first();
@@ -468,7 +473,7 @@ void tst_UpgradeClientProxy::uploadAnswered()
                     ScriptedHttpServer::answer(
                         body, status, isRedirection ? "Location: /getUpgradeRate\r\n" : ""));
     QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
-    QTRY_COMPARE(m_heard->ends.size(), ends.size());
+    QVERIFY(waitForEnds(ends.size()));
     deliverQueued();
     QCOMPARE(m_heard->ends, ends);
     QVERIFY(!m_pollTimer->isActive());
@@ -514,7 +519,8 @@ void tst_UpgradeClientProxy::uploadReplyIsKept()
     const QPointer<QHttpMultiPart> multiPart(reply->findChild<QHttpMultiPart *>());
     QVERIFY(multiPart);
     QVERIFY(multiPart->findChild<QFile *>());
-    QTRY_COMPARE(m_heard->ends, QStringList("uploaded 0"));
+    QVERIFY(waitForEnds(1));
+    QCOMPARE(m_heard->ends, QStringList("uploaded 0"));
     deliverQueued();
     QVERIFY(reply);
     QVERIFY(multiPart);
@@ -527,7 +533,8 @@ void tst_UpgradeClientProxy::uploadLeavesThePollingOn()
     m_proxy->startPostReply();
     QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
     QVERIFY(m_pollTimer->isActive());
-    QTRY_COMPARE(m_heard->ends, QStringList("uploaded 0"));
+    QVERIFY(waitForEnds(1));
+    QCOMPARE(m_heard->ends, QStringList("uploaded 0"));
     QVERIFY(m_pollTimer->isActive());
 }
 
@@ -535,7 +542,8 @@ void tst_UpgradeClientProxy::uploadWithoutAService()
 {
     m_server->close();
     QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
-    QTRY_COMPARE(m_heard->ends, (QStringList { "uploaded 1", "uploaded 1" }));
+    QVERIFY(waitForEnds(2));
+    QCOMPARE(m_heard->ends, (QStringList { "uploaded 1", "uploaded 1" }));
 }
 
 void tst_UpgradeClientProxy::uploadCutInTheBody()
@@ -545,7 +553,7 @@ void tst_UpgradeClientProxy::uploadCutInTheBody()
              0);
     QTRY_VERIFY(!m_heard->progress.isEmpty());
     m_server->close();
-    QTRY_COMPARE(m_heard->ends.size(), 2);
+    QVERIFY(waitForEnds(2));
     // Which error it is depends on what Qt notices first; it is the same twice.
     QVERIFY(m_heard->ends.first() != QLatin1String("uploaded 0"));
     QCOMPARE(m_heard->ends.last(), m_heard->ends.first());
@@ -565,7 +573,8 @@ void tst_UpgradeClientProxy::uploadIsRepeatedByQt()
     QFETCH(ScriptedHttpServer::Reaction, reaction);
     m_server->queue(UploadPath, reaction);
     QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
-    QTRY_COMPARE(m_heard->ends, QStringList("uploaded 0"));
+    QVERIFY(waitForEnds(1));
+    QCOMPARE(m_heard->ends, QStringList("uploaded 0"));
     QCOMPARE(m_server->count(UploadPath), 2);
     QCOMPARE(m_server->requests().at(0).body, m_server->requests().at(1).body);
 }
@@ -607,7 +616,7 @@ void tst_UpgradeClientProxy::uploadIsStreamed()
         QCOMPARE(file.write("late"), qint64(4));
     }
     m_server->setReading(true);
-    QVERIFY(waitUntil([this] { return !m_heard->ends.isEmpty(); }));
+    QVERIFY(waitForEnds(1));
     QCOMPARE(m_heard->ends, QStringList("uploaded 0"));
     QVERIFY(m_server->requests().first().body.contains("ffflate\r\n------weasdashDsdesd"));
     QCOMPARE(m_heard->progress.last(),
@@ -618,11 +627,12 @@ void tst_UpgradeClientProxy::secondUpload()
 {
     const QString first = storeFile("first");
     QCOMPARE(m_proxy->uploadFiletoDevice(first, QByteArray("{}")), 0);
-    QTRY_COMPARE(m_heard->ends.size(), 1);
+    QVERIFY(waitForEnds(1));
     const QString second = m_folder.filePath(QStringLiteral("second.bin"));
     QVERIFY(writeFile(second, "second"));
     QCOMPARE(m_proxy->uploadFiletoDevice(second, QByteArray("{}")), 0);
-    QTRY_COMPARE(m_heard->ends, (QStringList { "uploaded 0", "uploaded 0" }));
+    QVERIFY(waitForEnds(2));
+    QCOMPARE(m_heard->ends, (QStringList { "uploaded 0", "uploaded 0" }));
     QVERIFY(m_server->requests().at(1).body.contains("\r\n\r\nsecond\r\n"));
 }
 
@@ -637,7 +647,7 @@ void tst_UpgradeClientProxy::secondUploadDuringTheFirst()
     QCOMPARE(m_proxy->uploadFiletoDevice(second, QByteArray("{}")), 0);
     m_server->setReading(true);
     // The first one keeps its file and its connections.
-    QVERIFY(waitUntil([this] { return m_heard->ends.size() == 2; }));
+    QVERIFY(waitForEnds(2));
     QCOMPARE(m_heard->ends, (QStringList { "uploaded 0", "uploaded 0" }));
     QVector<int> sizes { m_server->requests().at(0).body.size(),
                          m_server->requests().at(1).body.size() };
@@ -651,10 +661,10 @@ void tst_UpgradeClientProxy::secondUploadLeavesTheConnections()
     const QString path = storeFile("firmware");
     QCOMPARE(m_proxy->uploadFiletoDevice(path, QByteArray("{}")), 0);
     const QPointer<QNetworkReply> first(latestReply(uploadManager()));
-    QTRY_COMPARE(m_heard->ends.size(), 1);
+    QVERIFY(waitForEnds(1));
     QCOMPARE(m_proxy->uploadFiletoDevice(path, QByteArray("{}")), 0);
     QVERIFY(latestReply(uploadManager()) != first);
-    QTRY_COMPARE(m_heard->ends.size(), 2);
+    QVERIFY(waitForEnds(2));
     QVERIFY(first);
     m_heard->ends.clear();
     m_heard->progress.clear();
@@ -708,9 +718,10 @@ void tst_UpgradeClientProxy::uploadBegunInsideAFailure()
         begun = m_proxy->uploadFiletoDevice(second, QByteArray("{}"));
     });
     QCOMPARE(m_proxy->uploadFiletoDevice(storeFile(QByteArray(1 << 20, 'f')), QByteArray("{}")), 0);
-    QTRY_COMPARE(m_heard->ends, ends);
+    QVERIFY(waitForEnds(ends.size()));
     QCOMPARE(begun, 0);
     deliverQueued();
+    QCOMPARE(m_heard->ends, ends);
     QVERIFY(m_server->requests().last().body.contains("\r\n\r\nsecond\r\n"));
 }
 
@@ -800,7 +811,8 @@ void tst_UpgradeClientProxy::pollFailed()
     QFETCH(int, code);
     m_server->queue(PollPath, reaction);
     m_proxy->slotRunReply();
-    QTRY_COMPARE(m_heard->ends, QStringList(QStringLiteral("polled %1").arg(code)));
+    QVERIFY(waitForEnds(1));
+    QCOMPARE(m_heard->ends, QStringList(QStringLiteral("polled %1").arg(code)));
     QFETCH(QString, warning);
     QCOMPARE(warnings(), QStringList(warning));
     QVERIFY(!m_pollTimer->isActive());
@@ -895,7 +907,7 @@ void tst_UpgradeClientProxy::noCookies()
             QCOMPARE(m_proxy->uploadFiletoDevice(storeFile("firmware"), QByteArray("{}")), 0);
         else
             m_proxy->slotRunReply();
-        QTRY_COMPARE(m_heard->ends.size() + m_heard->bodies.size(), i);
+        QVERIFY(waitUntil([&] { return m_heard->ends.size() + m_heard->bodies.size() == i; }));
     }
     QCOMPARE(m_server->requests().size(), 2);
     QVERIFY(!m_server->requests().at(1).head.contains("Cookie"));
