@@ -1,3 +1,5 @@
+#include "support/guardedtext.h"
+#include "support/threadtime.h"
 #include "json/json.h"
 
 #include <QByteArray>
@@ -10,7 +12,6 @@
 #include <new>
 #include <pthread.h>
 #include <string>
-#include <time.h>
 #include <tuple>
 #include <vector>
 
@@ -71,15 +72,28 @@ template<class Document> QByteArray decoded(const QByteArray &text)
     return error == "untouched" ? encoded(document) : "error changed to " + asBytes(error);
 }
 
-// The processor time that this thread has used, in ns.
-qint64 threadTime()
+// What a record becomes that is read by a reader of its own, or the error.
+QByteArray readBy(ajson::Reader reader, Outer &record)
 {
-    timespec time {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return qint64(time.tv_sec) * 1000000000 + time.tv_nsec;
+    try {
+        reader.next();
+        ajson::Internal::readValue<ajson::Internal::Level::Top>(reader, record);
+    } catch (const ajson::exception &failure) {
+        return failure.what();
+    }
+    return encoded(record);
 }
 
+// Every kind of value, in the plain forms that are recognised ahead and in others.
+const char *const RecordText =
+    "{\n    \"number\": -12,\n    \"text\": \"0123456789abcdef012345\",\n    \"inner\": {\n"
+    "        \"rate\": 42,\n        \"name\": \"\\u0041\"\n    },\n    \"list\": [\n        {\n"
+    "            \"rate\": 1.5e1,\n            \"name\": \"b\"\n        },\n        {\n"
+    "            \"name\": word ,\"rate\":true }\n    ],\n    \"numbers\": [ 1, \"2\" ],\n"
+    "    \"unknown\": { \"a\": 1 },// x\n    \"texts\":[\"c\"],\"last\":65535}";
+
 std::size_t allocations = 0;
+std::size_t allocationsLeft = std::numeric_limits<std::size_t>::max(); // then memory is short
 
 } // namespace
 
@@ -87,6 +101,9 @@ std::size_t allocations = 0;
 void *operator new(std::size_t size)
 {
     ++allocations;
+    if (allocationsLeft == 0)
+        throw std::bad_alloc();
+    --allocationsLeft;
     if (void *const memory = std::malloc(size))
         return memory;
     throw std::bad_alloc();
@@ -390,6 +407,80 @@ private Q_SLOTS:
                  QByteArray("error at line :0 col :9 msg:invalid json document!"));
     }
 
+    void aNulAtTheBeginning()
+    {
+        QCOMPARE(decoded<Inner>(QByteArray("\0{}", 3)),
+                 QByteArray("error at line :0 col :0 msg:read object must start with {!"));
+        QCOMPARE(decoded<std::vector<Inner>>(QByteArray("\0[]", 3)),
+                 QByteArray("error at line :0 col :0 msg:array must start with [."));
+    }
+
+    // With a limit in the place of a NUL: the walk goes without its looks ahead, and nothing else
+    // is different.
+    void limitedReader()
+    {
+        const std::string text = RecordText;
+        for (std::size_t length = 0; length <= text.size(); ++length) {
+            const GuardedText guarded(text.substr(0, length), GuardedText::End::Limit);
+            Outer limited;
+            Outer whole;
+            QCOMPARE(readBy(ajson::Reader(guarded.begin(), length), limited),
+                     readBy(ajson::Reader(text.substr(0, length).c_str()), whole));
+            QCOMPARE(encoded(limited), encoded(whole));
+        }
+        Outer record;
+        const std::string longer = "{\"number\":1234}";
+        QCOMPARE(readBy(ajson::Reader(longer.c_str(), 13), record),
+                 QByteArray("error at line :0 col :13 msg:invalid json document!"));
+        QCOMPARE(record.number, 123);
+    }
+
+    // Every beginning of a record's text, directly before memory that may not be read.
+    void nothingBehindTheNulIsRead()
+    {
+        const std::string text = RecordText;
+        for (std::size_t length = 0; length < text.size(); ++length) {
+            const std::string beginning = text.substr(0, length);
+            const GuardedText guarded(beginning);
+            Outer record;
+            const QByteArray message = readBy(ajson::Reader(guarded.begin()), record);
+            QVERIFY2(message.startsWith("error at line :"), beginning.c_str());
+            QCOMPARE(message, decoded<Outer>(asBytes(beginning)));
+        }
+        const GuardedText guarded(text);
+        Outer record;
+        QCOMPARE(readBy(ajson::Reader(guarded.begin()), record),
+                 QByteArray(R"({"number":-12,"text":"0123456789abcdef012345","inner":{"rate":42,)"
+                            R"("name":"A"},"list":[{"rate":15,"name":"b"},{"rate":1,)"
+                            R"("name":"word"}],"numbers":[1,2],"texts":["c"],"last":65535})"));
+    }
+
+    // Each of the allocations that a text takes fails in turn.
+    void shortOfMemory()
+    {
+        const std::string input = "{\"numbers\":[1,2,3,4,5],\"text\":\"" + std::string(100, 'x')
+            + "\",\"unknown\":" + std::string(2000, '[') + std::string(2000, ']') + "}";
+        std::size_t needed = 0;
+        {
+            Outer record;
+            std::string error;
+            ::allocations = 0;
+            const bool isRead = ajson::decodeJson(input, record, error);
+            needed = ::allocations;
+            QVERIFY2(isRead, error.c_str());
+        }
+        QVERIFY(needed >= 4);
+        for (std::size_t some = 0; some < needed; ++some) {
+            Outer record;
+            std::string error = "replaced";
+            ::allocationsLeft = some;
+            const bool isRead = ajson::decodeJson(input, record, error);
+            ::allocationsLeft = std::numeric_limits<std::size_t>::max();
+            QVERIFY(!isRead);
+            QCOMPARE(asBytes(error), QByteArray("std::bad_alloc"));
+        }
+    }
+
     void aFailureLeavesWhatWasRead()
     {
         Inner record;
@@ -458,20 +549,20 @@ private Q_SLOTS:
             for (int i = 0; i < count; ++i)
                 text += "{\"name\":\"\\u0041b\", \"x\":1 , \"rate\":\"12\"},\n";
             text += "]} ";
-            qint64 best = std::numeric_limits<qint64>::max();
+            std::int64_t best = std::numeric_limits<std::int64_t>::max();
             for (int i = 0; i < 5; ++i) {
                 Outer record;
                 std::string error;
-                const qint64 start = threadTime();
+                const std::int64_t start = threadTime();
                 const bool isRead = ajson::decodeJson(text, record, error);
                 best = std::min(best, threadTime() - start);
                 if (!isRead || record.list.size() != static_cast<std::size_t>(count))
-                    return qint64(-1);
+                    return std::int64_t(-1);
             }
             return best;
         };
-        const qint64 few = timeFor(2000);
-        const qint64 many = timeFor(20000);
+        const std::int64_t few = timeFor(2000);
+        const std::int64_t many = timeFor(20000);
         QVERIFY(few > 0 && many > 0);
         // Ten times the text; what is quadratic would take a hundred times as long.
         QVERIFY2(many < 40 * few, QByteArray::number(double(many) / double(few)).constData());

@@ -5,10 +5,15 @@
 #include "json/json.h"
 
 #include <QByteArray>
+#include <QList>
 #include <QTest>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -55,6 +60,11 @@ QByteArray decodedAs(const QByteArray &record, const QByteArray &text)
         return decoded<std::vector<s_CompatibilityUpgradeDetail>>(text);
     return "unknown record";
 }
+
+// Whether the record's members are of these types, in wire order.
+template<class Record, class... Type>
+constexpr bool HasTypes =
+    std::is_same_v<decltype(Record::Members), const std::tuple<Type Record::*...>>;
 
 template<class Document> void checkRoundTrips(std::uint32_t seed)
 {
@@ -152,45 +162,123 @@ private Q_SLOTS:
         QCOMPARE(encoded(s_CompatibilitySectionDetail()), QByteArray(R"({"code":0,"timeout":0})"));
     }
 
-    void widths()
+    // The width and kind of every member, in wire order.
+    void types()
     {
-        QVERIFY((std::is_same_v<decltype(s_DeviceVersionPart::type), std::uint8_t>));
-        QVERIFY((std::is_same_v<decltype(s_DeviceVersionPart::modelId), std::uint32_t>));
-        QVERIFY((std::is_same_v<decltype(s_UpgradeCardParts::type), int>));
-        QVERIFY((std::is_same_v<decltype(s_UpgradeCardParts::result), std::uint8_t>));
-        QVERIFY((std::is_same_v<decltype(s_UpgradePercent::result), int>));
-        QVERIFY((std::is_same_v<decltype(s_SectionPercent::result), int>));
-        QVERIFY((std::is_same_v<decltype(s_CardInfoParts::type), int>));
+        QVERIFY((
+            HasTypes<s_DeviceVersion, std::string, std::string, std::vector<s_DeviceVersionPart>>));
+        QVERIFY((HasTypes<s_DeviceVersionPart, std::uint8_t, std::uint8_t, std::uint32_t,
+                          std::string, std::string, std::vector<s_DeviceVersionSection>>));
+        QVERIFY((HasTypes<s_DeviceVersionSection, std::uint16_t, std::string, std::string>));
+        QVERIFY((HasTypes<s_UpgradePercent, int, std::uint8_t, s_UpgradeSubSections,
+                          std::vector<s_UpgradeCardParts>>));
+        QVERIFY((HasTypes<s_UpgradeSubSections, std::uint8_t>));
+        QVERIFY((HasTypes<s_UpgradeCardParts, int, std::uint8_t, std::uint8_t, std::uint8_t,
+                          std::vector<s_SectionPercent>>));
+        QVERIFY((HasTypes<s_SectionPercent, std::uint16_t, std::uint8_t, int>));
+        QVERIFY(
+            (HasTypes<s_UpgradeDetail, int, std::string, int, int, std::vector<s_CardInfoParts>>));
+        QVERIFY((HasTypes<s_CardInfoParts, int, std::uint8_t, std::uint8_t,
+                          std::vector<s_SectionCode>>));
+        QVERIFY((HasTypes<s_SectionCode, std::uint16_t>));
+        QVERIFY((HasTypes<s_CompatibilityUpgradePercent, int, int, s_CompatibilityBasePercent,
+                          s_UpgradeSubSections, std::vector<s_CompatibilitySubCardPercentSection>,
+                          std::vector<s_CompatibilitySubCardPercentSection>>));
+        QVERIFY((HasTypes<s_CompatibilityBasePercent, std::uint16_t, std::uint8_t, int,
+                          std::uint16_t, std::uint8_t>));
+        QVERIFY((HasTypes<s_CompatibilitySubCardPercentSection, std::uint16_t, std::uint8_t,
+                          std::vector<s_SectionPercent>>));
+        QVERIFY((HasTypes<s_CompatibilityUpgradeDetail, int, int, std::string, int, int,
+                          std::vector<s_CompatibilitySubCardDetail>,
+                          std::vector<s_CompatibilitySubCardDetail>>));
+        QVERIFY((HasTypes<s_CompatibilitySubCardDetail, std::uint16_t, std::uint8_t,
+                          std::vector<s_CompatibilitySectionDetail>>));
+        QVERIFY((HasTypes<s_CompatibilitySectionDetail, std::uint16_t, int>));
+        // Not on the wire.
         QVERIFY((std::is_same_v<decltype(s_CardInfoParts::modelId), std::uint16_t>));
-        QVERIFY((std::is_same_v<decltype(s_CompatibilityBasePercent::type), int>));
-        QVERIFY((std::is_same_v<decltype(s_CompatibilityBasePercent::modelId), std::uint16_t>));
     }
 
-    // The order in memory is not the one on the wire.
+    // The order in memory is not always the one on the wire.
+    void memoryOrder_data()
+    {
+        QTest::addColumn<QList<quint64>>("offsets");
+
+        QTest::newRow("s_DeviceVersion") << QList<quint64> { offsetof(s_DeviceVersion, version),
+                                                             offsetof(s_DeviceVersion, brief),
+                                                             offsetof(s_DeviceVersion, parts) };
+        QTest::newRow("s_DeviceVersionPart") << QList<quint64> {
+            offsetof(s_DeviceVersionPart, type),    offsetof(s_DeviceVersionPart, slotId),
+            offsetof(s_DeviceVersionPart, modelId), offsetof(s_DeviceVersionPart, version),
+            offsetof(s_DeviceVersionPart, brief),   offsetof(s_DeviceVersionPart, section)
+        };
+        QTest::newRow("s_DeviceVersionSection")
+            << QList<quint64> { offsetof(s_DeviceVersionSection, code),
+                                offsetof(s_DeviceVersionSection, version),
+                                offsetof(s_DeviceVersionSection, brief) };
+        QTest::newRow("s_UpgradePercent") << QList<quint64> {
+            offsetof(s_UpgradePercent, rate), offsetof(s_UpgradePercent, result),
+            offsetof(s_UpgradePercent, subSections), offsetof(s_UpgradePercent, parts)
+        };
+        QTest::newRow("s_UpgradeSubSections")
+            << QList<quint64> { offsetof(s_UpgradeSubSections, rate) };
+        QTest::newRow("s_UpgradeCardParts") << QList<quint64> {
+            offsetof(s_UpgradeCardParts, rate), offsetof(s_UpgradeCardParts, type),
+            offsetof(s_UpgradeCardParts, slotId), offsetof(s_UpgradeCardParts, result),
+            offsetof(s_UpgradeCardParts, section)
+        };
+        QTest::newRow("s_SectionPercent")
+            << QList<quint64> { offsetof(s_SectionPercent, code), offsetof(s_SectionPercent, rate),
+                                offsetof(s_SectionPercent, result) };
+        QTest::newRow("s_UpgradeDetail") << QList<quint64> {
+            offsetof(s_UpgradeDetail, upgradeType), offsetof(s_UpgradeDetail, filePath),
+            offsetof(s_UpgradeDetail, reboot), offsetof(s_UpgradeDetail, deleteUpgradeFile),
+            offsetof(s_UpgradeDetail, parts)
+        };
+        QTest::newRow("s_CardInfoParts")
+            << QList<quint64> { offsetof(s_CardInfoParts, type), offsetof(s_CardInfoParts, slotId),
+                                offsetof(s_CardInfoParts, modelId),
+                                offsetof(s_CardInfoParts, boardId),
+                                offsetof(s_CardInfoParts, section) };
+        QTest::newRow("s_SectionCode") << QList<quint64> { offsetof(s_SectionCode, code) };
+        QTest::newRow("s_CompatibilityUpgradePercent")
+            << QList<quint64> { offsetof(s_CompatibilityUpgradePercent, deviceId),
+                                offsetof(s_CompatibilityUpgradePercent, result),
+                                offsetof(s_CompatibilityUpgradePercent, updateBaseSections),
+                                offsetof(s_CompatibilityUpgradePercent, updateSubSections),
+                                offsetof(s_CompatibilityUpgradePercent, mainControl),
+                                offsetof(s_CompatibilityUpgradePercent, backPlane) };
+        QTest::newRow("s_CompatibilityBasePercent")
+            << QList<quint64> { offsetof(s_CompatibilityBasePercent, code),
+                                offsetof(s_CompatibilityBasePercent, rate),
+                                offsetof(s_CompatibilityBasePercent, slotId),
+                                offsetof(s_CompatibilityBasePercent, modelId),
+                                offsetof(s_CompatibilityBasePercent, type) };
+        QTest::newRow("s_CompatibilitySubCardPercentSection")
+            << QList<quint64> { offsetof(s_CompatibilitySubCardPercentSection, slotId),
+                                offsetof(s_CompatibilitySubCardPercentSection, modelId),
+                                offsetof(s_CompatibilitySubCardPercentSection, sections) };
+        QTest::newRow("s_CompatibilityUpgradeDetail")
+            << QList<quint64> { offsetof(s_CompatibilityUpgradeDetail, deviceId),
+                                offsetof(s_CompatibilityUpgradeDetail, upgradeType),
+                                offsetof(s_CompatibilityUpgradeDetail, filePath),
+                                offsetof(s_CompatibilityUpgradeDetail, reboot),
+                                offsetof(s_CompatibilityUpgradeDetail, deleteUpgradeFile),
+                                offsetof(s_CompatibilityUpgradeDetail, mainControl),
+                                offsetof(s_CompatibilityUpgradeDetail, backPlane) };
+        QTest::newRow("s_CompatibilitySubCardDetail")
+            << QList<quint64> { offsetof(s_CompatibilitySubCardDetail, slotId),
+                                offsetof(s_CompatibilitySubCardDetail, modelId),
+                                offsetof(s_CompatibilitySubCardDetail, sections) };
+        QTest::newRow("s_CompatibilitySectionDetail")
+            << QList<quint64> { offsetof(s_CompatibilitySectionDetail, code),
+                                offsetof(s_CompatibilitySectionDetail, timeout) };
+    }
     void memoryOrder()
     {
-        QVERIFY(offsetof(s_UpgradePercent, rate) < offsetof(s_UpgradePercent, result));
-        QVERIFY(offsetof(s_UpgradePercent, result) < offsetof(s_UpgradePercent, subSections));
-        QVERIFY(offsetof(s_UpgradePercent, subSections) < offsetof(s_UpgradePercent, parts));
-
-        QVERIFY(offsetof(s_UpgradeCardParts, rate) < offsetof(s_UpgradeCardParts, type));
-        QVERIFY(offsetof(s_UpgradeCardParts, type) < offsetof(s_UpgradeCardParts, slotId));
-        QVERIFY(offsetof(s_UpgradeCardParts, slotId) < offsetof(s_UpgradeCardParts, result));
-        QVERIFY(offsetof(s_UpgradeCardParts, result) < offsetof(s_UpgradeCardParts, section));
-
-        using Base = s_CompatibilityBasePercent;
-        QVERIFY(offsetof(Base, code) < offsetof(Base, rate));
-        QVERIFY(offsetof(Base, rate) < offsetof(Base, slotId));
-        QVERIFY(offsetof(Base, slotId) < offsetof(Base, modelId));
-        QVERIFY(offsetof(Base, modelId) < offsetof(Base, type));
-
-        using Percent = s_CompatibilitySubCardPercentSection;
-        QVERIFY(offsetof(Percent, slotId) < offsetof(Percent, modelId));
-        QVERIFY(offsetof(Percent, modelId) < offsetof(Percent, sections));
-
-        using Detail = s_CompatibilitySubCardDetail;
-        QVERIFY(offsetof(Detail, slotId) < offsetof(Detail, modelId));
-        QVERIFY(offsetof(Detail, modelId) < offsetof(Detail, sections));
+        QFETCH(QList<quint64>, offsets);
+        QCOMPARE(offsets.first(), quint64(0));
+        QVERIFY(std::adjacent_find(offsets.cbegin(), offsets.cend(), std::greater_equal<>())
+                == offsets.cend());
     }
 
     void documents_data()
@@ -238,6 +326,16 @@ private Q_SLOTS:
             R"({"result":1,"rate":42,"subSections":{"rate":7},"parts":[{"type":2,"slotId":0,)"
             R"("rate":0,"result":0,"section":[{"code":257,"rate":0,"result":0},{"code":258,)"
             R"("rate":60,"result":0}]},{"type":1,"slotId":9,"rate":0,"result":0,"section":[]}]})");
+        row("array for a version", "s_DeviceVersion", "[{}]",
+            "error at line :0 col :1 msg:read object must start with {!");
+        row("array for a progress", "s_UpgradePercent", "[{}]",
+            "error at line :0 col :1 msg:read object must start with {!");
+        row("array for a request", "s_UpgradeDetail", "[{}]",
+            "error at line :0 col :1 msg:read object must start with {!");
+        row("object for an older progress", "s_CompatibilityUpgradePercent", "{}",
+            "error at line :0 col :1 msg:array must start with [.");
+        row("object for an older request", "s_CompatibilityUpgradeDetail", "{}",
+            "error at line :0 col :1 msg:array must start with [.");
         row("number for the sub-sections", "s_UpgradePercent", R"({"subSections":5})",
             "error at line :0 col :16 msg:read object must start with {!");
         row("negative result of an upgrade", "s_UpgradePercent", R"({"result":-1})",
