@@ -1,5 +1,6 @@
 #include <tzcryptrc2/convertfile.h>
 
+#include "conversiontarget.h"
 #include "encipheredfile.h"
 #include "pendingfile.h"
 
@@ -21,12 +22,6 @@ Rc2Cbc::Block randomInitialVector()
     return block;
 }
 
-bool isSameFile(const QString &source, const QString &target)
-{
-    const QString sourceFile = QFileInfo(source).canonicalFilePath();
-    return !sourceFile.isEmpty() && sourceFile == QFileInfo(target).canonicalFilePath();
-}
-
 Result toResult(PendingFile::Result result)
 {
     switch (result) {
@@ -45,11 +40,9 @@ ConvertOutcome
 convert(const QString &source, const QString &target,
         const std::function<Result(QIODevice &source, QIODevice &target, QString &cause)> &work)
 {
-    if (isSameFile(source, target))
-        return { Result::TargetRefused, QStringLiteral("Source and target are the same file.") };
-    const QFileInfo former(target);
-    if (!former.isSymLink() && former.exists() && !former.isFile())
-        return { Result::TargetRefused, QStringLiteral("The target is there and not a file.") };
+    const QString targetFault = conversionTargetFault(source, target);
+    if (!targetFault.isEmpty())
+        return { Result::TargetRefused, targetFault };
     // A pipe would block the open for as long as nobody writes to it.
     if (!QFileInfo(source).isFile())
         return { Result::SourceRefused, QStringLiteral("There is no such file.") };

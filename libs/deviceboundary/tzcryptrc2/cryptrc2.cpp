@@ -1,5 +1,7 @@
 #include <tzcryptrc2/cryptrc2.h>
 
+#include "conversiontarget.h"
+
 #include <tzcryptrc2/convertfile.h>
 
 #include <QDebug>
@@ -10,12 +12,6 @@ namespace {
 
 using namespace TZ;
 
-bool isSameFile(const QString &source, const QString &target)
-{
-    const QString sourceFile = QFileInfo(source).canonicalFilePath();
-    return !sourceFile.isEmpty() && sourceFile == QFileInfo(target).canonicalFilePath();
-}
-
 // A link at the place of the target is itself removed: a package from elsewhere must not choose,
 // by a link in it, the file that is written.
 bool removeFormer(const QString &target, QString &cause)
@@ -23,10 +19,6 @@ bool removeFormer(const QString &target, QString &cause)
     const QFileInfo former(target);
     if (!former.isSymLink() && !former.exists())
         return true;
-    if (!former.isSymLink() && !former.isFile()) {
-        cause = QStringLiteral("The target is there and not a file.");
-        return false;
-    }
     QFile file(target);
     if (file.remove())
         return true;
@@ -36,11 +28,8 @@ bool removeFormer(const QString &target, QString &cause)
 
 bool convert(const QString &source, const QString &target, CRYPTTYPE type, QString &cause)
 {
-    if (isSameFile(source, target)) {
-        cause = QStringLiteral("Source and target are the same file.");
-        return false;
-    }
-    if (!removeFormer(target, cause))
+    cause = Internal::conversionTargetFault(source, target);
+    if (!cause.isEmpty() || !removeFormer(target, cause))
         return false;
     const ConvertOutcome outcome =
         type == CRYPTTYPE_ENCRYPT ? encipherFile(source, target) : decipherFile(source, target);
