@@ -41,12 +41,20 @@ private:
     bool m_isTooDeep = false;
 };
 
+// The parser reads the groups of a document type by recursion, too, and tells nobody of them.
+bool mayHaveDeepGroups(const QString &text)
+{
+    return text.contains(QLatin1String("<!DOCTYPE")) && text.count(QLatin1Char('(')) > MaxNesting;
+}
+
 // Looked at with QDomDocument's own parser: it alone knows which elements it opens, whatever the
 // encoding and the entities of the text. Other faults are left to the parse itself.
 bool isTooDeep(const QByteArray &xml)
 {
     QXmlInputSource source;
     source.setData(xml);
+    if (mayHaveDeepGroups(source.data()))
+        return true;
     NestingGuard guard;
     QXmlSimpleReader reader;
     reader.setContentHandler(&guard);

@@ -218,6 +218,10 @@ private Q_SLOTS:
             << QByteArray("<!DOCTYPE Velmar [<!ENTITY a '" + QByteArray("<i>").repeated(80)
                           + "'>]><Velmar>" + QByteArray("&a;").repeated(2000) + "</Velmar>")
             << QStringLiteral("elements are nested more than 256 deep");
+        QTest::newRow("nested groups of a document type")
+            << QByteArray("<!DOCTYPE Velmar [<!ELEMENT Velmar " + QByteArray("(").repeated(200000)
+                          + "b" + QByteArray(")").repeated(200000) + ">]><Velmar/>")
+            << QStringLiteral("elements are nested more than 256 deep");
         QTest::newRow("tags that do not match")
             << QByteArray("<Velmar><F></G></Velmar>") << QStringLiteral("tag mismatch");
     }
@@ -241,6 +245,15 @@ private Q_SLOTS:
         QCOMPARE(::mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
         QVERIFY(!DataFilePathConfig::instance()->readConfig(pipe, m_paths, m_errorText));
         QCOMPARE(m_errorText, QStringLiteral("Fail to open file [%1]!").arg(pipe));
+    }
+
+    void parenthesesWithoutADocumentType()
+    {
+        const QByteArray path(300, '(');
+        QVERIFY(write("<Velmar><F><SrcPath>" + path
+                      + "</SrcPath><DestPath>/a</DestPath></F></Velmar>"));
+        QVERIFY(read());
+        QCOMPARE(m_paths.first().sourcePath, QString::fromLatin1(path));
     }
 
     void pathsAreAppendedTo()
