@@ -85,6 +85,8 @@ Outcome Installer::readiness() const
 {
     if (isRunning())
         return { LinkAck::NotNow, QString::fromLatin1("an installation is running") };
+    if (m_state.record().isInstalling())
+        return { LinkAck::NotNow, QString::fromLatin1("an installation has not ended") };
     if (m_isRestartDue)
         return { LinkAck::NotNow, QString::fromLatin1("the device is about to restart") };
     return {};

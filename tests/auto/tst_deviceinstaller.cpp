@@ -366,6 +366,9 @@ private Q_SLOTS:
         QString errorText;
         QVERIFY(!Installation::recover(*m_folder, *m_state, errorText));
 
+        makeInstaller(0);
+        QCOMPARE(m_installer->readiness().ack, LinkAck::NotNow);
+        QCOMPARE(m_installer->start(order()).errorText, QString("an installation has not ended"));
         FileReceiver receiver(*m_folder, *m_state);
         const QByteArray second = image({ { "c", "second" } });
         const QByteArray hash = QCryptographicHash::hash(second, QCryptographicHash::Sha256);
@@ -379,7 +382,6 @@ private Q_SLOTS:
         QVERIFY2(Installation::recover(*m_folder, *m_state, errorText), qPrintable(errorText));
         QCOMPARE(installed("a"), QByteArray("first"));
         QCOMPARE(installed("b"), QByteArray("first"));
-        makeInstaller(0);
         QVERIFY(m_installer->start(order(true)).isAccepted());
         QTRY_COMPARE(m_results, QVector<int> { 2 });
         QCOMPARE(installed("c"), QByteArray("second"));
