@@ -503,27 +503,6 @@ private Q_SLOTS:
         }
     }
 
-    void restartBehindAnswersThatAreReadLate()
-    {
-        QVERIFY(start({ "--restart-ms", "0" }));
-        RawHost host;
-        QVERIFY(host.connectTo(m_device->port()));
-        constexpr quint32 Count = 3000; // about 5 MB of answers: more than the sockets hold
-        for (quint32 i = 0; i < Count; ++i)
-            host.send("version.read");
-        const quint32 shutdown = host.send("device.shutdown", { { QLatin1String("mode"), 0 } });
-        host.send("ping");
-        Answer answer;
-        do
-            answer = host.receive();
-        while (answer && answer->label < shutdown);
-        QVERIFY(answer);
-        QCOMPARE(answer->ack, quint16(0));
-        QVERIFY(host.waitForEnd());
-        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
-        QCOMPARE(m_device->nextEvent().value("restarts").toInt(), 1);
-    }
-
     void wholeUpgrade()
     {
         QVERIFY(start({ "--install-ms", "20", "--restart-ms", "10" }));
