@@ -44,7 +44,8 @@ QPair<QString, QString> filePath(const QString &folder, int number)
 }
 
 // A folder with files of equal length, TotalBytes together, that nothing can compress.
-class Package {
+class Package
+{
 public:
     explicit Package(int count)
     {

@@ -13,7 +13,8 @@ using namespace Velmar::ProtoModel::Auxiliary;
 // Section codes of a device count up from its MCU's.
 constexpr int FirstCode = 0x101;
 
-class Values {
+class Values
+{
 public:
     int upTo(int largest) { return std::uniform_int_distribution<int>(0, largest)(m_engine); }
     std::string version()

@@ -15,7 +15,8 @@
 namespace JsonPeers {
 
 /*! simdjson's On Demand reader. Its texts need padding, which is not part of what is timed. */
-class SimdJson {
+class SimdJson
+{
 public:
     SimdJson();
     ~SimdJson();

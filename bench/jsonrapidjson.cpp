@@ -106,7 +106,8 @@ template<class Type> const Shape &shapeOf()
     return TheShape;
 }
 
-class Handler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Handler> {
+class Handler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Handler>
+{
 public:
     template<class Document>
     explicit Handler(Document &document)

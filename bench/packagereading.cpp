@@ -56,7 +56,8 @@ constexpr char Description[] = R"(<?xml version="1.0" encoding="UTF-8"?>
 }
 
 // A package of so many units, of which each has the files that its description names.
-class Package {
+class Package
+{
 public:
     explicit Package(int unitCount)
         : m_unitCount(unitCount)

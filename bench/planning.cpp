@@ -27,7 +27,8 @@ constexpr int FilesOfUnit = 1000;
 constexpr double LinearLimit = 3.0;
 
 // Planning asks the device's model only, never the device.
-class NoLink : public Velmar::BizModel::DeviceLink {
+class NoLink : public Velmar::BizModel::DeviceLink
+{
 public:
     bool open(int, QString &) override { return false; }
     void close() override { }

@@ -56,7 +56,8 @@ constexpr double LinearLimit = 1.2;
 }
 
 /*! A device that accepts whatever it is sent, on loopback and a thread of its own. */
-class AcceptingDevice : public QThread {
+class AcceptingDevice : public QThread
+{
 public:
     AcceptingDevice()
     {
@@ -106,7 +107,8 @@ private:
 };
 
 /*! One open channel, a package for it with one file, and both ways to send that. */
-class Transfer {
+class Transfer
+{
 public:
     explicit Transfer(int size)
         : m_plain(size, '\0')

@@ -14,7 +14,8 @@ namespace {
 
 // Fills a record with any numbers and any bytes for texts, and a second one with what is to come
 // back. False if a text can be written, but not be read again.
-class RecordPair {
+class RecordPair
+{
 public:
     explicit RecordPair(FuzzedDataProvider &data)
         : m_data(data)

@@ -18,7 +18,8 @@ namespace Velmar::Simulator {
     A missing argument, or one of a wrong type or out of its width, sets the outcome to "wrong
     arguments" and reads as a default; the first fault is the one that is told.
 */
-class ArgumentReader {
+class ArgumentReader
+{
 public:
     /*! \a outcome has to outlive this object. */
     ArgumentReader(const QCborMap &arguments, Outcome &outcome);

@@ -28,7 +28,8 @@ struct LinkPolicy {
 
     A host that sends faster than it reads is not read from until it has caught up.
 */
-class Connection : public QObject, private LinkSession {
+class Connection : public QObject, private LinkSession
+{
     Q_OBJECT
 
 public:

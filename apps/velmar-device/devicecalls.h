@@ -16,7 +16,8 @@ namespace Velmar::Simulator {
 
     Made, stopped and destroyed in the device's thread; call() and wait() are for the others.
 */
-class DeviceCalls : public QObject {
+class DeviceCalls : public QObject
+{
     Q_OBJECT
 
 public:

@@ -71,7 +71,8 @@ QJsonObject toObject(const InstallationRecord &installation)
 }
 
 /*! Reads the members of an object, each of which has to be there; remembers the first fault. */
-class MemberReader {
+class MemberReader
+{
 public:
     MemberReader(const QJsonObject &object, QString &errorText)
         : m_object(object)

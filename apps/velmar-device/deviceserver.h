@@ -11,7 +11,8 @@
 namespace Velmar::Simulator {
 
 /*! Listens for hosts and keeps their connections. */
-class DeviceServer : public QObject {
+class DeviceServer : public QObject
+{
     Q_OBJECT
 
 public:

@@ -15,7 +15,8 @@ class StateFolder;
 
     The file is replaced at once, so a stop at any moment leaves the old record or the new one.
 */
-class DeviceState {
+class DeviceState
+{
 public:
     /*! Version of every section that nothing was ever installed in. */
     static constexpr char FactoryVersion[] = "1.0.0.0";

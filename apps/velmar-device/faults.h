@@ -64,7 +64,8 @@ struct FaultDescription {
 };
 
 /*! The faults of one device, as chosen on the command line. Does not change while it runs. */
-class Faults {
+class Faults
+{
 public:
     /*! All faults there are, in the order of the help text. */
     static const std::vector<FaultDescription> &descriptions();
@@ -73,8 +74,8 @@ public:
     static QString helpText();
 
     /*! Adds the fault \a text, "NAME", "NAME=N" or "NAME=N:M"; of two with the same name the later
-       one counts. False, with \a errorText set, if there is no such fault or a number is not what
-       it takes. */
+        one counts. False, with \a errorText set, if there is no such fault or a number is not what
+        it takes. */
     bool add(const QString &text, QString &errorText);
 
     bool isSet(Fault fault) const;

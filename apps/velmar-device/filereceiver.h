@@ -29,7 +29,8 @@ struct AnnouncedFile {
     Transfers belong to the device, not to a connection: a host that has lost its connection goes on
     over the next one. They end with the process.
 */
-class FileReceiver {
+class FileReceiver
+{
 public:
     static constexpr int UpgradeImageType = 13; //!< the one type of file that this device takes
     static constexpr int MaxChunk = 65536; //!< bytes at a time

@@ -19,7 +19,8 @@ class StateFolder;
     a name made from its contents and then notes the name in the record, which is the moment that
     counts: a device that stops before has the old firmware, and what it has no note of is removed.
 */
-class FirmwareStore {
+class FirmwareStore
+{
 public:
     /*! Both arguments have to outlive this object. Removes what the record has no note of. */
     FirmwareStore(const StateFolder &folder, DeviceState &state);

@@ -45,7 +45,8 @@ struct FittedPart {
 
 /*! Which device this is: its model, the cards in its slots, and all parts that follow from them.
     Does not change while the device runs. */
-class Fitting {
+class Fitting
+{
 public:
     /*!
         The device \a model (a name, or an id in decimal or with 0x) of \a catalogue; empty: the

@@ -39,7 +39,8 @@ class Trace;
     Its requests are served by threads of the HTTP library. They touch nothing of the device: what
     they need of it is done by DeviceCalls in the device's thread, in which this object lives.
 */
-class HttpService {
+class HttpService
+{
 public:
     static constexpr quint16 Port = 8080; //!< hosts know no other
 

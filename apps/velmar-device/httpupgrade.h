@@ -32,7 +32,8 @@ struct ReceivedUpload {
     Upgrades as the HTTP service orders them: installs an upload at once, and restarts once the
     installation is over and a host knows it, or after some seconds.
 */
-class HttpUpgrade : public QObject {
+class HttpUpgrade : public QObject
+{
     Q_OBJECT
 
 public:

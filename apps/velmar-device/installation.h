@@ -30,7 +30,8 @@ struct InstallationOrder {
     the device to complete, recover() moves the rest of the files into their places. So the
     installed files are all old or all new, whenever the device stops.
 */
-class Installation {
+class Installation
+{
 public:
     /*! What has just been done. A device can be stopped at each. */
     enum class Step {
@@ -72,7 +73,7 @@ public:
     bool complete(QString &errorText);
 
     /*! Ends with result 3 and nothing installed, unless the device is bound to complete. False,
-       with \a errorText set, if the record cannot be written. */
+        with \a errorText set, if the record cannot be written. */
     bool takeBack(QString &errorText);
 
     /*!
@@ -80,7 +81,7 @@ public:
         removes what nothing refers to.
 
         False, with \a errorText set, if a bound installation cannot be completed. It then has
-       result 3, and stays to be completed by the next call.
+        result 3, and stays to be completed by the next call.
     */
     static bool recover(const StateFolder &folder, DeviceState &state, QString &errorText);
 

@@ -22,7 +22,8 @@ class Faults;
     The overall rate stays below 100 until the record says that the installation is over. Sections
     are worked on one after the other, in the order in which they were ordered.
 */
-class Installer : public QObject {
+class Installer : public QObject
+{
     Q_OBJECT
 
 public:

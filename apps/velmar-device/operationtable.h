@@ -12,7 +12,8 @@
 namespace Velmar::Simulator {
 
 /*! What an operation can ask of the connection that its request came over. */
-class LinkSession {
+class LinkSession
+{
 public:
     virtual ~LinkSession();
 
@@ -49,7 +50,8 @@ struct Reply {
 using OperationHandler = std::function<Reply(const QCborMap &arguments, LinkSession &session)>;
 
 /*! The operations that the device knows, by name. */
-class OperationTable {
+class OperationTable
+{
 public:
     /*! Adds the operation \a name, which is not in the table yet. */
     void add(const QString &name, const OperationHandler &handler);

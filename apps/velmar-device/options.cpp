@@ -88,7 +88,8 @@ std::optional<int> digits(const QString &text, int maximum)
 }
 
 /*! Reads the values of single options; remembers the first fault. */
-class ValueReader {
+class ValueReader
+{
 public:
     ValueReader(const QCommandLineParser &parser, QString &errorText)
         : m_parser(parser)

@@ -11,7 +11,8 @@ namespace Velmar::Simulator {
 class Trace;
 
 /*! Answers hosts that look for devices. */
-class ProbeAnswerer : public QObject {
+class ProbeAnswerer : public QObject
+{
     Q_OBJECT
 
 public:

@@ -58,7 +58,8 @@ struct RegisterAnswer {
     nothing, but for a file that turns out to be no good with its last byte. The transfer belongs to
     the device and not to a connection.
 */
-class RegisterBank {
+class RegisterBank
+{
 public:
     static constexpr int MaxDataSize = 4096; //!< bytes of one write
     static constexpr quint32 MaxFileLength = 64 * 1024 * 1024; //!< bytes; the room for firmware

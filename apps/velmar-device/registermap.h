@@ -19,7 +19,8 @@ enum class FirmwareRegister {
 };
 
 /*! Where the registers of one device model are. */
-class RegisterMap {
+class RegisterMap
+{
 public:
     static RegisterMap ofModel(quint16 modelId);
 

@@ -16,7 +16,8 @@ Outcome toOutcome(const RegisterAnswer &answer)
     return { LinkAck(quint16(answer.ack)), answer.errorText };
 }
 
-class RegisterOperations {
+class RegisterOperations
+{
 public:
     RegisterOperations(RegisterBank &bank, Installer &installer, const Faults &faults,
                        std::function<void()> restart)

@@ -13,10 +13,12 @@ namespace Velmar::Simulator {
 
     Any thread.
 */
-class ServerSockets {
+class ServerSockets
+{
 public:
     /*! A connection, from a request's arrival until its answer is ready. */
-    class Guard {
+    class Guard
+    {
     public:
         /*! \a address and \a port are the peer's, which tell one connection from all others. */
         Guard(ServerSockets &sockets, const std::string &address, int port);

@@ -46,7 +46,8 @@ struct DeviceSettings {
 };
 
 /*! A whole device: switched on with start(), switched off by the end of the object. */
-class SimulatedDevice : public QObject {
+class SimulatedDevice : public QObject
+{
     Q_OBJECT
 
 public:

@@ -12,7 +12,8 @@ namespace Velmar::Simulator {
 
     The lock is the kernel's: it ends with the process, however that dies.
 */
-class StateFolder {
+class StateFolder
+{
 public:
     /*! Takes \a path, which is made if it is not there, and its subfolders. Null, with \a errorText
         set, if that cannot be done or another device has it. */

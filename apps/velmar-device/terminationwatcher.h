@@ -10,7 +10,8 @@ class QSocketNotifier;
 namespace Velmar::Simulator {
 
 /*! Turns SIGTERM and SIGINT into a signal of the event loop. One for the process. */
-class TerminationWatcher : public QObject {
+class TerminationWatcher : public QObject
+{
     Q_OBJECT
 
 public:

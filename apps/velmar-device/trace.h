@@ -14,7 +14,8 @@ namespace Velmar::Simulator {
     Each line is in the file when the function returns, so that nothing is missing after a kill. A
     trace that was not opened writes nothing.
 */
-class Trace {
+class Trace
+{
 public:
     /*! False, with \a errorText set, if the file cannot be written. */
     bool open(const QString &path, QString &errorText);

@@ -15,7 +15,8 @@ Reply reply(const Outcome &outcome)
     return outcome.isAccepted() ? Reply::accepted() : Reply::refused(outcome);
 }
 
-class TransferOperations {
+class TransferOperations
+{
 public:
     TransferOperations(FileReceiver &receiver, const Installer &installer, const Faults &faults)
         : m_receiver(receiver)

@@ -46,7 +46,8 @@ QCborMap toCbor(quint32 run, const s_UpgradePercent &progress)
              { QLatin1String("parts"), parts } };
 }
 
-class UpgradeOperations {
+class UpgradeOperations
+{
 public:
     UpgradeOperations(const Fitting &fitting, FileReceiver &receiver, Installer &installer,
                       const Faults &faults, std::function<void()> restart)

@@ -17,7 +17,8 @@ namespace Velmar::Simulator {
     It notes the first fault and swallows the rest, so that the host can be answered. For one
     thread, which need not be the device's.
 */
-class UploadReader {
+class UploadReader
+{
 public:
     /*! The file goes to \a path. */
     explicit UploadReader(const QString &path);

@@ -12,7 +12,8 @@ namespace Velmar::Package {
     A device keeps one file at a place and no files below a file. "/" parts the names of a path;
     empty ones and "." count for nothing, so that "/a", "a" and "./a/" are one place.
 */
-class Destinations {
+class Destinations
+{
 public:
     /*! Adds \a path, which stands at \a where in the manifest. Empty, or what is wrong with it. */
     QString add(const QString &path, const QString &where);

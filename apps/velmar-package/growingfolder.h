@@ -11,9 +11,10 @@ namespace Velmar::Package {
     path is removed with the object.
 
     The name tells the place, in a hash, and a lock on the folder tells that its maker is alive:
-   what a killed process left is known by both, and nobody else's folder is touched.
+    what a killed process left is known by both, and nobody else's folder is touched.
 */
-class GrowingFolder {
+class GrowingFolder
+{
 public:
     explicit GrowingFolder(const QFileInfo &place);
     ~GrowingFolder();

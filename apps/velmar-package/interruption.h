@@ -12,7 +12,8 @@ namespace Velmar::Package {
     false, so that the work in hand can clear up behind itself. A signal that was ignored before
     stays ignored. One object at a time.
 */
-class Interruption {
+class Interruption
+{
 public:
     Interruption();
     ~Interruption();

@@ -17,7 +17,8 @@ namespace Velmar::Package {
     Errors go to one text that all objects of a manifest share; the first one stays. After it the
     values are meaningless but harmless.
 */
-class ManifestObject {
+class ManifestObject
+{
 public:
     enum class Need { Optional, Required };
 

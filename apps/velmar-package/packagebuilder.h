@@ -14,7 +14,8 @@ namespace Velmar::Package {
     what stands at the final place is a whole package at any time. The key is that of
     TZ::cryptKey(). mayGoOn() interrupts it.
 */
-class PackageBuilder {
+class PackageBuilder
+{
 public:
     enum class Result {
         Done,

@@ -81,7 +81,8 @@ QString flagText(bool flag)
 }
 
 /*! Reads one manifest; what all its parts need to know of each other is here. */
-class ManifestReader {
+class ManifestReader
+{
 public:
     ManifestReader(PackageManifest &manifest, QString &error)
         : m_manifest(manifest)

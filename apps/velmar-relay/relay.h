@@ -19,7 +19,8 @@ struct Settings {
 };
 
 /*! Passes the connections of hosts on to a device, byte by byte. */
-class Relay : public QObject {
+class Relay : public QObject
+{
     Q_OBJECT
 
 public:

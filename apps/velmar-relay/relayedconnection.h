@@ -28,7 +28,8 @@ struct Plan {
 };
 
 /*! One connection of a host and the one to the device that belongs to it. */
-class RelayedConnection : public QObject {
+class RelayedConnection : public QObject
+{
     Q_OBJECT
 
 public:

@@ -17,7 +17,8 @@
     Made with what the verb takes; then parse(), then the accessors. An accessor for an option that
     the verb does not take is an error in the program.
 */
-class CommandLine {
+class CommandLine
+{
 public:
     /*! \a usage is what stands behind the program's name, as in "inspect PACKAGE [options]". */
     CommandLine(const QString &usage, const QString &description);

@@ -14,7 +14,8 @@
 #include <optional>
 
 /*! What a package holds and, if it was matched with a device or a model, what of it fits. */
-class PackageReport {
+class PackageReport
+{
 public:
     PackageReport(QString packagePath, Velmar::Host::PackageListing listing,
                   Velmar::Host::ModelNames names);

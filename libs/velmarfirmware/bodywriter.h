@@ -13,9 +13,10 @@ namespace Velmar::Firmware {
     Memory is one fixed buffer. The disk gets few large pieces that begin at multiples of their
     size, however long the files are; flush() and the destructor hand over what is left. Bytes that
     the disk does not take are lost without a word, but those behind them still go where they
-   belong.
+    belong.
 */
-class BodyWriter {
+class BodyWriter
+{
 public:
     /*! Writes to \a image, open and unbuffered, from \a position on. */
     BodyWriter(QFile &image, qint64 position);

@@ -78,7 +78,8 @@ QByteArray littleEndianBytes(int value)
 }
 
 /*! The plain copy of an enciphered file, beside it and for as long as this object lives. */
-class PlainCopy {
+class PlainCopy
+{
 public:
     explicit PlainCopy(const QString &encipheredPath)
         : m_path(encipheredPath + QLatin1String("_dn"))

@@ -23,10 +23,11 @@ class CompatibilityUpgradeDatPrivate;
     Writes the MCU files of a package to a device register by register, on a thread of its own.
 
     The package is the one that was parsed last in this process; parsing another one must not
-   overlap a run. The object can be used again once signalUpdateFinished() has come. It must not be
+    overlap a run. The object can be used again once signalUpdateFinished() has come. It must not be
     destroyed during a run.
 */
-class VELMARFIRMWARE_EXPORT CompatibilityUpgradeDat : public QObject {
+class VELMARFIRMWARE_EXPORT CompatibilityUpgradeDat : public QObject
+{
     Q_OBJECT
 
 public:

@@ -18,7 +18,8 @@ namespace Velmar::Firmware::Internal {
     command means. The steps are public for the tests alone. Each logs its cause and answers false
     to end the run; nothing is repeated and nothing already written is undone.
 */
-class CompatibilityUpgradeDatPrivate : public QThread {
+class CompatibilityUpgradeDatPrivate : public QThread
+{
     Q_OBJECT
 
 public:

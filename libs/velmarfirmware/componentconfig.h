@@ -10,7 +10,8 @@ class DataPackage;
 namespace Velmar::Firmware {
 
 /*! Loads the description of one unit. One object for the process; it holds no data. */
-class ComponentConfig : public QObject {
+class ComponentConfig : public QObject
+{
     Q_OBJECT
 
 public:

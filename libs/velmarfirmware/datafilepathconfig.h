@@ -18,7 +18,8 @@ template<typename T> class SingletonSlot;
     One object for the process, made at its first use. It holds no data: readConfig() may run on
     any thread, and on several at a time.
 */
-class VELMARFIRMWARE_EXPORT DataFilePathConfig : public QObject {
+class VELMARFIRMWARE_EXPORT DataFilePathConfig : public QObject
+{
     Q_OBJECT
 
 public:

@@ -16,7 +16,8 @@ namespace Velmar::Firmware {
     After a successful read there are three items: the main control, the input cards and the output
     cards. Their sections have names but no files.
 */
-class ImageConfig : public UpgradeConfig {
+class ImageConfig : public UpgradeConfig
+{
     Q_OBJECT
 
 public:

@@ -14,7 +14,8 @@ namespace Velmar::Firmware {
     A unit is a subfolder that the index names, relative to the package folder and just as it
     stands: nothing is trimmed, and nothing keeps a name inside the folder.
 */
-class PackageConfig : public UpgradeConfig {
+class PackageConfig : public UpgradeConfig
+{
     Q_OBJECT
 
 public:

@@ -15,7 +15,8 @@ namespace Velmar::Firmware::Internal {
     thread that finds it set also sees the object whole. The mutex guards creation and destruction
     alone: whoever destroys the object makes sure that nobody uses it.
 */
-template<typename T> class SingletonSlot {
+template<typename T> class SingletonSlot
+{
 public:
     T *instance()
     {

@@ -17,7 +17,8 @@ constexpr int PollIntervalMs = 1000;
 constexpr char Boundary[] = "----weasdashDsdesd";
 
 // Devices set cookies that they never look at; none is kept or sent back.
-class NoCookies : public QNetworkCookieJar {
+class NoCookies : public QNetworkCookieJar
+{
 public:
     using QNetworkCookieJar::QNetworkCookieJar;
 

@@ -22,7 +22,8 @@ class QTimer;
     bytes mean. It has no time-out and repeats nothing; Qt itself sends a request once more if the
     peer closes or resets the connection before it answers.
 */
-class VELMARFIRMWARE_EXPORT UpgradeClientProxy : public QObject {
+class VELMARFIRMWARE_EXPORT UpgradeClientProxy : public QObject
+{
     Q_OBJECT
 
 public:

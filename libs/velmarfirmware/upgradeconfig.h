@@ -13,7 +13,8 @@ namespace Velmar::Firmware {
     Each reader is one object for the process, made by its instance() and ended by its
     destroyInstance(). The two functions below take no lock: one thread at a time may use a reader.
 */
-class UpgradeConfig : public QObject {
+class UpgradeConfig : public QObject
+{
     Q_OBJECT
 
 public:

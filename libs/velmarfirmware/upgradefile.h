@@ -15,7 +15,8 @@ class UpgradeFilePrivate;
 }
 
 /*! Packs the files of an upgrade into the one image that a device takes. */
-class UpgradeFile : public QObject {
+class UpgradeFile : public QObject
+{
     Q_OBJECT
 
 public:
@@ -36,7 +37,7 @@ public:
         destination path takes more than 256 bytes; the log names the cause. A partly written image
         then stays until the next call removes it. So does the plain copy of the file that failed,
         if deciphering made one, until a call that has the same file in it. Whether the disk took
-       every byte is not looked at here: the layer that sends the image checks it first.
+        every byte is not looked at here: the layer that sends the image checks it first.
     */
     QString makeUpgradeFile(QVector<QPair<QString, QString>> filePaths, const QString &packagePath,
                             int modelId, const QString &version);

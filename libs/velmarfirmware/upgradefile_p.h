@@ -6,7 +6,8 @@
 namespace Velmar::Firmware::Internal {
 
 /*! One image: its parts and the writing of it. Used by one thread. */
-class UpgradeFilePrivate : public QObject {
+class UpgradeFilePrivate : public QObject
+{
     Q_OBJECT
 
 public:

@@ -32,7 +32,8 @@ class UpgradeFileOfHTTPPrivate;
     an earlier one, too. Never end the client, by UpgradeClientProxy::destoryInstance(), from a
     callback: those run inside its signals.
 */
-class VELMARFIRMWARE_EXPORT UpgradeFileOfHTTP : public QObject {
+class VELMARFIRMWARE_EXPORT UpgradeFileOfHTTP : public QObject
+{
     Q_OBJECT
 
 public:
@@ -61,7 +62,7 @@ public:
     /*! \a callback is called at each end of an upgrade. One upgrade can end more than once: a
         network fault of the upload is told twice, and so are faults behind the end. Begin the next
         upgrade from the event loop and not from inside: the end of this one is noted only behind
-       the call, and would hide a failure of the next. */
+        the call, and would hide a failure of the next. */
     void registerUpgradeFinishedCallBack(std::function<void()> callback);
 
     /*!

@@ -21,7 +21,8 @@ namespace Velmar::Firmware::Internal {
 
     The steps are public for the tests alone. One thread; no lock.
 */
-class UpgradeFileOfHTTPPrivate : public QObject {
+class UpgradeFileOfHTTPPrivate : public QObject
+{
     Q_OBJECT
 
 public:

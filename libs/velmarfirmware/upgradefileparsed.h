@@ -25,7 +25,8 @@ class UpgradeFileParsedPrivate;
     parse works on allocated. All parses of a process share their
     readers: one must not overlap another, nor a run of CompatibilityUpgradeDat.
 */
-class VELMARFIRMWARE_EXPORT UpgradeFileParsed : public QObject {
+class VELMARFIRMWARE_EXPORT UpgradeFileParsed : public QObject
+{
     Q_OBJECT
 
 public:

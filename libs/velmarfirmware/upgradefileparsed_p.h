@@ -13,7 +13,8 @@ class UpgradeConfig;
 namespace Internal {
 
 /*! One parse of a package on this thread. */
-class UpgradeFileParsedPrivate : public QThread {
+class UpgradeFileParsedPrivate : public QThread
+{
     Q_OBJECT
 
 public:

@@ -29,10 +29,11 @@ class UpgradeProcessPrivate;
     Keep the object until that signal has arrived and the worker has ended (start() tells how to
     wait for it): the destructor neither stops a run nor waits for it, and it leaves what a run
     needs behind it allocated. Both signals are emitted from the worker thread. The thread that
-   makes the object has to run an event loop: the search for devices, which a run stops, is started
-   again there 10 s after the order to restart.
+    makes the object has to run an event loop: the search for devices, which a run stops, is started
+    again there 10 s after the order to restart.
 */
-class VELMARFIRMWARE_EXPORT UpgradeProcess : public QObject {
+class VELMARFIRMWARE_EXPORT UpgradeProcess : public QObject
+{
     Q_OBJECT
 
 public:

@@ -16,7 +16,8 @@ namespace Velmar::Firmware::Internal {
     The steps are public for the tests alone. Each of them locks the device anew, logs its own cause
     and answers false or an empty text to end the run; run() words the outcome for the user.
 */
-class UpgradeProcessPrivate : public QThread {
+class UpgradeProcessPrivate : public QThread
+{
     Q_OBJECT
 
 public:

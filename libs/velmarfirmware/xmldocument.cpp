@@ -18,7 +18,8 @@ QT_WARNING_PUSH
 QT_WARNING_DISABLE_DEPRECATED // QDomDocument has no other parser with these messages
 
     /*! Breaks a parse off at the first element that is nested too deep. */
-    class NestingGuard : public QXmlDefaultHandler {
+    class NestingGuard : public QXmlDefaultHandler
+{
 public:
     bool startElement(const QString & /*uri*/, const QString & /*localName*/,
                       const QString & /*name*/, const QXmlAttributes & /*attributes*/) override

@@ -16,8 +16,8 @@ struct DeviceAddress {
         Reads HOST, HOST:PORT, [IPV6] or [IPV6]:PORT; a bare IPv6 address is one without a port.
 
         \a defaultPort is taken where none is given. Nothing, with \a errorText saying what is
-       wrong, if the host is missing or the port is no number from 1 to 65535. Names are not looked
-       up.
+        wrong, if the host is missing or the port is no number from 1 to 65535. Names are not looked
+        up.
     */
     static std::optional<DeviceAddress> parse(const QString &text, quint16 defaultPort,
                                               QString &errorText);

@@ -18,7 +18,8 @@ class WorkerWatch;
 
     An object runs once. All functions and signals are for one thread, which runs an event loop.
 */
-class DeviceRun : public QObject {
+class DeviceRun : public QObject
+{
     Q_OBJECT
 
 public:
@@ -86,7 +87,7 @@ protected:
     bool isWorkerAlive() const;
 
     /*! Makes the worker of a run that is given up end, on a road that has a way to. True once it
-       has ended, in \a limit at most; false, at once, unless overridden. */
+        has ended, in \a limit at most; false, at once, unless overridden. */
     virtual bool endWorker(std::chrono::milliseconds limit);
 
     const std::shared_ptr<WorkerWatch> m_worker;

@@ -21,7 +21,8 @@ namespace Velmar::Host {
     Owns the device object; the upgrade library holds weak pointers alone. Made and destroyed in the
     host's thread, and destroyed only when no run of the library is going on.
 */
-class DeviceSession {
+class DeviceSession
+{
 public:
     /*!
         Connects to \a address, asks the device what it is and makes it the active one.

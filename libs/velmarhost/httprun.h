@@ -29,10 +29,11 @@ struct HttpOrder {
     One upgrade over the device's HTTP service.
 
     The library has no time-outs on this road and can tell an end more than once; this run ends
-   once, and also if the device is silent for too long. One run at a time: the library's HTTP client
-   is there once in a process. Texts of its message boxes come as signalStatusText(), too.
+    once, and also if the device is silent for too long. One run at a time: the library's HTTP client
+    is there once in a process. Texts of its message boxes come as signalStatusText(), too.
 */
-class HttpRun : public DeviceRun {
+class HttpRun : public DeviceRun
+{
     Q_OBJECT
 
 public:

@@ -12,7 +12,8 @@
 namespace Velmar::Host {
 
 /*! Lets a worker ask a device for its version, and refuses everything else on the spot. */
-class ImageBuild::AskingLink : public BizModel::DeviceLink {
+class ImageBuild::AskingLink : public BizModel::DeviceLink
+{
 public:
     explicit AskingLink(std::shared_ptr<BizModel::DeviceLink> link)
         : m_link(std::move(link))

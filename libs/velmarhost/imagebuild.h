@@ -13,9 +13,10 @@ namespace Velmar::Host {
     The upgrade library packs an image only on its way to a device. So it is given the device behind
     a link that lets the question for its version through and nothing else: the run ends at the
     announcement, with the image in the package folder. The library then takes its search for
-   devices up again, 10 s later, as behind each run.
+    devices up again, 10 s later, as behind each run.
 */
-class ImageBuild {
+class ImageBuild
+{
 public:
     /*! \a order as for an upgrade; its device stays as it is. */
     explicit ImageBuild(const UpgradeOrder &order);

@@ -16,7 +16,8 @@ namespace Velmar::Host {
     without it they end the process. One that was ignored before stays ignored. One object at a
     time, in the main thread.
 */
-class InterruptWatcher : public QObject {
+class InterruptWatcher : public QObject
+{
     Q_OBJECT
 
 public:

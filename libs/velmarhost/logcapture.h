@@ -15,7 +15,8 @@ namespace Velmar::Host {
     step that failed for the user: a host that wants to tell the cause has to have listened. One
     object at a time; lines may come from any thread.
 */
-class LogCapture {
+class LogCapture
+{
 public:
     /*! \a echo, if given, gets each line at once, one call at a time, from the thread that logs. */
     explicit LogCapture(std::function<void(const QString &line)> echo = {});

@@ -16,7 +16,8 @@ namespace Velmar::Host {
 QString modelNumber(int modelId);
 
 /*! The names of the models in a catalogue. */
-class ModelNames {
+class ModelNames
+{
 public:
     explicit ModelNames(const BizModel::Catalogue &catalogue);
 

@@ -21,7 +21,8 @@ struct Section {
 };
 
 /*! One part of the device while the units are matched with it. */
-class Candidate {
+class Candidate
+{
 public:
     Candidate(PartOffer part, const QList<BizModel::s_UpgradeCfg> &table)
         : m_part(std::move(part))

@@ -34,10 +34,10 @@ struct PartOffer {
 
 /*!
     What of \a units, as a parse for \a device returned them, fits which part of it: the main
-   control first, then the cards in slot order; parts without any section are left out.
+    control first, then the cards in slot order; parts without any section are left out.
 
     Names become codes in the way in which the upgrade library plans. A section that is restricted
-   to another board is left out, and so is one that the table of the card's own board lacks or gives
+    to another board is left out, and so is one that the table of the card's own board lacks or gives
     another code: the device would take it for something else.
 */
 std::vector<PartOffer> offeredParts(const QVector<Firmware::UpgradeCfg> &units,

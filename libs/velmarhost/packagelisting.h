@@ -35,7 +35,8 @@ struct ListedUnit {
     tells only what fits. A document type, more than 16 MiB or a nesting of more than 16 elements
     make a file unreadable.
 */
-class PackageListing {
+class PackageListing
+{
 public:
     /*! Reads the folder at \a path. False, with \a errorText set, if it has no readable index; a
         unit that cannot be read is listed with its problem. */

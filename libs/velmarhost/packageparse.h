@@ -25,7 +25,8 @@ class WorkerWatch;
     The library's readers are shared by the whole process: one parse at a time. An object parses
     once. All functions are for one thread, which runs an event loop.
 */
-class PackageParse : public QObject {
+class PackageParse : public QObject
+{
     Q_OBJECT
 
 public:

@@ -21,9 +21,10 @@ enum class ProgressPhase {
 
     On a terminal each phase has a bar, redrawn in place, and messages scroll by above it. Elsewhere
     there is one line when the phase changes and one when the tenth of the percentage does, so that
-   a log stays short. All texts are made printable here. For one thread.
+    a log stays short. All texts are made printable here. For one thread.
 */
-class ProgressDisplay {
+class ProgressDisplay
+{
 public:
     /*! \a write takes what is to be written; it is called with whole updates. */
     ProgressDisplay(OutputStyle style, std::function<void(const QString &)> write);

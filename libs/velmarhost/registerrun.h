@@ -26,7 +26,8 @@ namespace Velmar::Host {
     then, which this run does not wait for. To be given up, a run closes the link: the worker then
     comes to its end and takes the plain copy of the file away.
 */
-class RegisterRun : public DeviceRun {
+class RegisterRun : public DeviceRun
+{
     Q_OBJECT
 
 public:

@@ -18,7 +18,8 @@ struct Wish {
 };
 
 /*! Which sections of which parts a device is to be upgraded with. */
-class Selection {
+class Selection
+{
 public:
     /*!
         Chooses of \a offered what \a wish names. With both sections and cards named, a section is

@@ -31,7 +31,8 @@ struct UpgradeOrder {
 };
 
 /*! One upgrade over the native protocol. */
-class UpgradeRun : public DeviceRun {
+class UpgradeRun : public DeviceRun
+{
     Q_OBJECT
 
 public:

@@ -16,7 +16,8 @@ namespace Velmar::Host {
     The library's last signal comes while its worker is still ending, and whoever lets go of the
     run's data then would take it from under the worker.
 */
-class WorkerWatch {
+class WorkerWatch
+{
 public:
     /*! Called on the worker, from a slot that is connected directly. */
     void noteWorker() { m_worker = QThread::currentThread(); }

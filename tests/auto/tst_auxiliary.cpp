@@ -80,7 +80,8 @@ QCborMap with(QCborMap map, const char *key, const QCborValue &value)
 
 } // namespace
 
-class tst_Auxiliary : public QObject {
+class tst_Auxiliary : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -5,7 +5,8 @@
 
 using Velmar::Firmware::BodyWriter;
 
-class tst_BodyWriter : public QObject {
+class tst_BodyWriter : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

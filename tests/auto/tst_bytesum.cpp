@@ -4,7 +4,8 @@
 
 using Velmar::Firmware::byteSum;
 
-class tst_ByteSum : public QObject {
+class tst_ByteSum : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -84,7 +84,8 @@ Catalogue validCatalogue()
 
 } // namespace
 
-class tst_Catalogue : public QObject {
+class tst_Catalogue : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -50,7 +50,8 @@ const Command FileCount { QStringLiteral("SendFileCount"), CountAddress };
 const Command FileData { QStringLiteral("SendFileData"), DataAddress };
 
 /*! A run that the test takes step by step, on its own thread. */
-class Run {
+class Run
+{
 public:
     Run()
         : d(*CompatibilityUpgradeDatPrivate::get(&m_owner))
@@ -101,7 +102,8 @@ QStringList warnings(const LogRecorder &log)
 
 } // namespace
 
-class tst_CompatibilityCommands : public QObject {
+class tst_CompatibilityCommands : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:
@@ -889,7 +891,8 @@ void tst_CompatibilityCommands::channelIsLockedForEachWrite()
 
 void tst_CompatibilityCommands::channelIsAskedOnceForEachWrite()
 {
-    class AskedLink : public RegisterLink {
+    class AskedLink : public RegisterLink
+    {
     public:
         bool isOpen() const override
         {

@@ -44,7 +44,8 @@ QStringList warnings(const LogRecorder &log)
 
 } // namespace
 
-class tst_CompatibilityFileData : public QObject {
+class tst_CompatibilityFileData : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -48,8 +48,9 @@ qint64 heapBytes()
 }
 
 /*! Answers whole pieces of a file with one word and accepts all else. Unlike a ScriptedLink it
-   keeps no record, which would pile up. */
-class FirmwareLink : public Velmar::BizModel::DeviceLink {
+    keeps no record, which would pile up. */
+class FirmwareLink : public Velmar::BizModel::DeviceLink
+{
 public:
     explicit FirmwareLink(quint16 ack)
         : m_ack(ack)
@@ -77,7 +78,8 @@ private:
 } // namespace
 
 /*! One object runs again and again: nothing may pile up but what its package's assignment drops. */
-class tst_CompatibilityReruns : public QObject {
+class tst_CompatibilityReruns : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

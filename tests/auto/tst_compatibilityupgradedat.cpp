@@ -55,7 +55,8 @@ using End = QPair<bool, QString>;
     0x1F5  version 3, has a file without commands
     0x1F6  version 3.1, lacks the device id and so writes nothing
 */
-class tst_CompatibilityUpgradeDat : public QObject {
+class tst_CompatibilityUpgradeDat : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -160,7 +160,8 @@ Element randomTree(unsigned seed)
 }
 
 /*! Counts the ends of all objects that a package holds, as children or in its lists. */
-class DeathCount {
+class DeathCount
+{
 public:
     explicit DeathCount(const DataPackage &package)
     {
@@ -197,7 +198,8 @@ private:
 
 } // namespace
 
-class tst_ComponentConfig : public QObject {
+class tst_ComponentConfig : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

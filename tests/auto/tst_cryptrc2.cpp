@@ -51,7 +51,8 @@ QByteArray firmware(int size)
 }
 
 /*! While it lives, a file of this process cannot grow beyond the limit, as on a full disk. */
-class FileSizeLimit {
+class FileSizeLimit
+{
 public:
     explicit FileSizeLimit(rlim_t bytes)
     {
@@ -74,7 +75,8 @@ private:
 
 } // namespace
 
-class tst_CryptRc2 : public QObject {
+class tst_CryptRc2 : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

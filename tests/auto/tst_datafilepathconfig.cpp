@@ -36,7 +36,8 @@ QString contents(const QVector<DataFilePath> &paths)
 
 } // namespace
 
-class tst_DataFilePathConfig : public QObject {
+class tst_DataFilePathConfig : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -5,7 +5,8 @@
 using Velmar::Simulator::installedPath;
 
 /*! Where the simulated device keeps a file of an image. */
-class tst_DestinationPath : public QObject {
+class tst_DestinationPath : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -16,7 +16,8 @@ using Outcome = Velmar::BizModel::LinkAnswer::Outcome;
 static_assert(std::has_virtual_destructor_v<IDeviceCommand>);
 static_assert(std::has_virtual_destructor_v<DeviceRequestCommand>);
 
-class tst_DeviceChannel : public QObject {
+class tst_DeviceChannel : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

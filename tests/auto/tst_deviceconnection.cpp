@@ -33,7 +33,8 @@ const QRegularExpression SilentHost(
 
 /*! One connection of the simulated device, with both of its ends on this thread: whatever holds one
     up holds the other up as well. */
-class tst_DeviceConnection : public QObject {
+class tst_DeviceConnection : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -96,7 +96,8 @@ QByteArray ask(const QByteArray &request)
 } // namespace
 
 /*! The simulated device's HTTP service. */
-class tst_DeviceHttp : public QObject {
+class tst_DeviceHttp : public QObject
+{
     Q_OBJECT
 
     std::unique_ptr<QTemporaryDir> m_folder;

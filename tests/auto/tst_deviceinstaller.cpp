@@ -56,7 +56,8 @@ QStringList summary(const s_UpgradePercent &progress)
 } // namespace
 
 /*! How the simulated device installs, and what it tells of it. */
-class tst_DeviceInstaller : public QObject {
+class tst_DeviceInstaller : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -32,7 +32,8 @@ QByteArray bytesOf(const QCborMap &map)
 }
 
 // The probe port of a device.
-class Beacon : public QObject {
+class Beacon : public QObject
+{
     Q_OBJECT
 
 public:
@@ -66,7 +67,8 @@ private:
 
 } // namespace
 
-class tst_DeviceManager : public QObject {
+class tst_DeviceManager : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -14,7 +14,8 @@ using namespace Velmar::BizModel;
 
 namespace {
 
-class SilentLink : public DeviceLink {
+class SilentLink : public DeviceLink
+{
 public:
     bool open(int, QString &) override { return true; }
     void close() override { }
@@ -44,7 +45,8 @@ struct Message {
 
 } // namespace
 
-class tst_DeviceModel : public QObject {
+class tst_DeviceModel : public QObject
+{
     Q_OBJECT
 
 public Q_SLOTS:

@@ -22,7 +22,8 @@ QString describe(const Fitting &fitting)
 } // namespace
 
 /*! The command line of the simulated device, its faults and its cards. */
-class tst_DeviceOptions : public QObject {
+class tst_DeviceOptions : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -48,7 +48,8 @@ QCborMap without(const QString &key)
 
 } // namespace
 
-class tst_DeviceSession : public QObject {
+class tst_DeviceSession : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

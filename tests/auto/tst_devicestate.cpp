@@ -99,7 +99,8 @@ bool install(const StateFolder &folder, DeviceState &state, Installation::StepOb
 } // namespace
 
 /*! What the simulated device remembers, and what a stop at any moment leaves of it. */
-class tst_DeviceState : public QObject {
+class tst_DeviceState : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

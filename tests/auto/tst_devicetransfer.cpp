@@ -33,7 +33,8 @@ QByteArray image(const QByteArray &body, quint32 version = 0x01020304)
 } // namespace
 
 /*! How the simulated device takes files from hosts. */
-class tst_DeviceTransfer : public QObject {
+class tst_DeviceTransfer : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -32,7 +32,8 @@ namespace {
 constexpr int FileId = 3;
 
 // Takes a file as a device does, and answers as one that checks what it got.
-class FileTaker {
+class FileTaker
+{
 public:
     explicit FileTaker(ScriptedLink &link)
     {
@@ -86,7 +87,8 @@ QByteArray smallImage()
 
 } // namespace
 
-class tst_FileTransfer : public QObject {
+class tst_FileTransfer : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

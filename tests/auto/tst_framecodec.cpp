@@ -40,7 +40,8 @@ QByteArray mapOfItems(int items)
 
 } // namespace
 
-class tst_FrameCodec : public QObject {
+class tst_FrameCodec : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

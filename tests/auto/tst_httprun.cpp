@@ -34,7 +34,8 @@ bool isAnyReplyRunning()
 }
 
 /*! What a host hears of a run, in order. */
-class Listener : public QObject {
+class Listener : public QObject
+{
 public:
     explicit Listener(HttpRun &run)
     {
@@ -64,7 +65,8 @@ public:
 
 } // namespace
 
-class tst_HttpRun : public QObject {
+class tst_HttpRun : public QObject
+{
     Q_OBJECT
 
     QTemporaryDir m_folder;

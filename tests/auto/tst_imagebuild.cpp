@@ -18,7 +18,8 @@ constexpr std::chrono::seconds Ample { 30 };
 
 } // namespace
 
-class tst_ImageBuild : public QObject {
+class tst_ImageBuild : public QObject
+{
     Q_OBJECT
 
     std::unique_ptr<FakeDevice> m_device;

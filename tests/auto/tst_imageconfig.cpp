@@ -60,7 +60,8 @@ QString contents(const QVector<UpgradeCfg> &cfgs)
 
 } // namespace
 
-class tst_ImageConfig : public QObject {
+class tst_ImageConfig : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -54,14 +54,16 @@ QByteArray replaced(QByteArray bytes, int position, const char *hex)
 }
 
 /*! A file of which the end is gone by the time it is read. */
-class ShrunkFile : public QBuffer {
+class ShrunkFile : public QBuffer
+{
 public:
     qint64 size() const override { return QBuffer::size() + 100; }
 };
 
 } // namespace
 
-class tst_ImageReader : public QObject {
+class tst_ImageReader : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -7,7 +7,8 @@
 
 using namespace Velmar::Host;
 
-class tst_InterruptWatcher : public QObject {
+class tst_InterruptWatcher : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -119,7 +119,8 @@ void operator delete(void *memory, std::size_t) noexcept
     std::free(memory);
 }
 
-class tst_JsonBinding : public QObject {
+class tst_JsonBinding : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

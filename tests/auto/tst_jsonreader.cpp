@@ -83,7 +83,8 @@ QByteArray stringOf(const QByteArray &text)
 
 } // namespace
 
-class tst_JsonReader : public QObject {
+class tst_JsonReader : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -83,7 +83,8 @@ template<class Document> void checkRoundTrips(std::uint32_t seed)
 
 } // namespace
 
-class tst_JsonRecords : public QObject {
+class tst_JsonRecords : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -144,7 +144,8 @@ void damage(RandomRecord &random, std::string &text)
 } // namespace
 
 // The reader has short cuts for how devices write. Here it is held against a reader without any.
-class tst_JsonReference : public QObject {
+class tst_JsonReference : public QObject
+{
     Q_OBJECT
 
 private:

@@ -25,7 +25,8 @@ qint64 processorTime(qint64 pid)
 
 } // namespace
 
-class tst_JsonWalk : public QObject {
+class tst_JsonWalk : public QObject
+{
     Q_OBJECT
 
 private:

@@ -49,7 +49,8 @@ QByteArray encodedText(const QByteArray &text)
 
 } // namespace
 
-class tst_JsonWriter : public QObject {
+class tst_JsonWriter : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -83,7 +83,8 @@ void adoptListed(DataPackage &package)
 
 } // namespace
 
-class tst_LoadRecords : public QObject {
+class tst_LoadRecords : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -6,7 +6,8 @@
 
 using namespace Velmar::Host;
 
-class tst_LogCapture : public QObject {
+class tst_LogCapture : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

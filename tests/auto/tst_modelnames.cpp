@@ -7,7 +7,8 @@
 using namespace Velmar;
 using namespace Velmar::Host;
 
-class tst_ModelNames : public QObject {
+class tst_ModelNames : public QObject
+{
     Q_OBJECT
 
     const ModelNames m_names { BizModel::Catalogue::builtin() };

@@ -31,7 +31,8 @@ QString unitsOf(const PackageBuilder &builder, const QVector<UpgradeCfg> &cfgs)
 
 } // namespace
 
-class tst_PackageConfig : public QObject {
+class tst_PackageConfig : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

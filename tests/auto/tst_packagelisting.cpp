@@ -7,7 +7,8 @@
 
 using namespace Velmar::Host;
 
-class tst_PackageListing : public QObject {
+class tst_PackageListing : public QObject
+{
     Q_OBJECT
 
     std::unique_ptr<PackageBuilder> m_package;

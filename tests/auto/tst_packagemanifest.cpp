@@ -25,7 +25,8 @@ QString inWords(const QVector<XmlAttribute> &attributes)
 
 } // namespace
 
-class tst_PackageManifest : public QObject {
+class tst_PackageManifest : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -17,7 +17,8 @@ constexpr std::chrono::seconds Ample { 30 };
 
 } // namespace
 
-class tst_PackageParse : public QObject {
+class tst_PackageParse : public QObject
+{
     Q_OBJECT
 
     std::unique_ptr<PackageBuilder> m_package;

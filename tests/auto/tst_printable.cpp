@@ -4,7 +4,8 @@
 
 using namespace Velmar::Host;
 
-class tst_Printable : public QObject {
+class tst_Printable : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -4,7 +4,8 @@
 
 using namespace Velmar::Host;
 
-class tst_ProgressDisplay : public QObject {
+class tst_ProgressDisplay : public QObject
+{
     Q_OBJECT
 
     QString m_written;

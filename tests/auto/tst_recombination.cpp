@@ -23,7 +23,8 @@ using Velmar::ProtoModel::Auxiliary::s_DeviceVersionPart;
 using FilePaths = QVector<QPair<QString, QString>>;
 
 // What the planning puts into an image, for which cards, and in which order.
-class tst_Recombination : public QObject {
+class tst_Recombination : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

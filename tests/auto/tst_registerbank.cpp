@@ -62,7 +62,8 @@ Q_DECLARE_METATYPE(QVector<Step>)
 Q_DECLARE_METATYPE(Velmar::Simulator::RegisterWrite)
 
 /*! The registers by which the simulated device takes firmware for an MCU. */
-class tst_RegisterBank : public QObject {
+class tst_RegisterBank : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -35,7 +35,8 @@ QByteArray mcuFile(const QByteArray &commands)
 }
 
 /*! What a host hears of a run, in order. */
-class Listener : public QObject {
+class Listener : public QObject
+{
 public:
     explicit Listener(RegisterRun &run)
     {
@@ -57,7 +58,8 @@ public:
 };
 
 /*! A link over which no write is answered until it is closed. */
-class SilentLink : public RegisterLink {
+class SilentLink : public RegisterLink
+{
 public:
     SilentLink()
     {
@@ -84,7 +86,8 @@ private:
 } // namespace
 
 /*! The road over registers as a host takes it: what is chosen, and the run. */
-class tst_RegisterRun : public QObject {
+class tst_RegisterRun : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -11,7 +11,8 @@
 namespace {
 
 /*! A device that answers the first bytes of each connection with 500 bytes, and closes. */
-class Answerer : public QTcpServer {
+class Answerer : public QTcpServer
+{
 public:
     Answerer()
     {
@@ -34,7 +35,8 @@ public:
 } // namespace
 
 /*! The relay between a host and a device. */
-class tst_Relay : public QObject {
+class tst_Relay : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

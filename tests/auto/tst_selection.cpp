@@ -71,7 +71,8 @@ const QVector<UpgradeCfg> WholePackage {
 
 } // namespace
 
-class tst_Selection : public QObject {
+class tst_Selection : public QObject
+{
     Q_OBJECT
 
     const FakeDevice m_device { StrataS8,

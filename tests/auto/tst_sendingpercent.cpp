@@ -8,7 +8,8 @@ using namespace Velmar::Host;
 namespace {
 
 /*! A language that has the number first. */
-class OtherLanguage : public QTranslator {
+class OtherLanguage : public QTranslator
+{
 public:
     bool isEmpty() const override { return false; }
     QString translate(const char *context, const char *sourceText, const char *, int) const override
@@ -22,7 +23,8 @@ public:
 
 } // namespace
 
-class tst_SendingPercent : public QObject {
+class tst_SendingPercent : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

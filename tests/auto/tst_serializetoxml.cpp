@@ -8,7 +8,8 @@
 namespace {
 
 /*! Stands for the root of a unit: properties of every type that a file can set, and some others. */
-class Crate : public QObject {
+class Crate : public QObject
+{
     Q_OBJECT
     Q_PROPERTY(QString Label MEMBER label)
     Q_PROPERTY(int Count MEMBER count)
@@ -30,7 +31,8 @@ public:
     double weight = 1.5;
 };
 
-class Bottle : public QObject {
+class Bottle : public QObject
+{
     Q_OBJECT
     Q_PROPERTY(QString Label MEMBER label)
     Q_PROPERTY(int Address MEMBER address)
@@ -77,7 +79,8 @@ QString tree(const QObject &object)
 
 } // namespace
 
-class tst_SerializeToXML : public QObject {
+class tst_SerializeToXML : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -33,7 +33,8 @@ constexpr int Patience = 5000;
 
 // The other end of a link, on the test's thread: records each request and does with it what the
 // test says.
-class Peer : public QObject {
+class Peer : public QObject
+{
     Q_OBJECT
 
 public:
@@ -91,7 +92,8 @@ private:
 
 // A port on which nobody ever reads. With a negative backlog, nobody listens either, but no other
 // process can get it.
-class DeafPort {
+class DeafPort
+{
 public:
     explicit DeafPort(int backlog)
         : m_listener(::socket(AF_INET, SOCK_STREAM, 0))
@@ -157,7 +159,8 @@ private:
 };
 
 // A call that blocks, on a thread of its own.
-class Call {
+class Call
+{
 public:
     Call(SocketLink &link, const LinkRequest &request)
         : m_answer(std::async(std::launch::async, [&link, request] { return link.send(request); }))
@@ -195,7 +198,8 @@ LinkAnswer sendInVain(SocketLink &link, const QString &operation)
 
 } // namespace
 
-class tst_SocketLink : public QObject {
+class tst_SocketLink : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

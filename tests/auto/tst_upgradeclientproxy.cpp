@@ -54,7 +54,8 @@ void deliverQueued()
 }
 
 /*! What the proxy reports, in order, as in "uploaded 0". */
-class Listener : public QObject {
+class Listener : public QObject
+{
 public:
     Listener()
     {
@@ -77,7 +78,8 @@ public:
 };
 
 /*! A reply that says what it was told to, at the second time that all of it is read. */
-class FakeReply : public QNetworkReply {
+class FakeReply : public QNetworkReply
+{
 public:
     explicit FakeReply(NetworkError error, const QByteArray &secondReading = QByteArray())
         : m_secondReading(secondReading)
@@ -157,7 +159,8 @@ int tearDown(const QStringList &arguments)
 
 } // namespace
 
-class tst_UpgradeClientProxy : public QObject {
+class tst_UpgradeClientProxy : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

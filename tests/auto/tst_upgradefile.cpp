@@ -19,7 +19,8 @@ using Velmar::Firmware::Internal::UpgradeFilePrivate;
 
 using FilePaths = QVector<QPair<QString, QString>>;
 
-class tst_UpgradeFile : public QObject {
+class tst_UpgradeFile : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -166,7 +166,8 @@ const QString Refusal("Failed to upgrade:Please use device OLED program to upgra
 
 } // namespace
 
-class tst_UpgradeFileOfHTTP : public QObject {
+class tst_UpgradeFileOfHTTP : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -37,7 +37,8 @@ const QString Context = QStringLiteral("Velmar::Firmware::Internal::UpgradeFileP
 using Texts = QVector<QPair<QString, QString>>;
 
 /*! A parse and what came of it; frees what the parser leaves behind. */
-class Parse : public QObject {
+class Parse : public QObject
+{
 public:
     Parse(const QString &path, bool isImageFile, bool isGivenModel = false,
           unsigned short modelId = 0, unsigned char dataPathMode = 0)
@@ -108,7 +109,8 @@ private:
 };
 
 /*! A parse that finds no reader for its package. */
-class ReaderlessParse : public UpgradeFileParsedPrivate {
+class ReaderlessParse : public UpgradeFileParsedPrivate
+{
 public:
     using UpgradeFileParsedPrivate::UpgradeFileParsedPrivate;
     UpgradeConfig *upgradeConfig() override { return nullptr; }
@@ -134,7 +136,8 @@ QString listed(const QVector<UpgradeFileItem> &items)
 
 } // namespace
 
-class tst_UpgradeFileParsed : public QObject {
+class tst_UpgradeFileParsed : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -41,7 +41,8 @@ constexpr auto FullUpgrade = Enum::UpgradeProcessType::FullUpgrade;
 constexpr auto ReadProgressOnly = Enum::UpgradeProcessType::ReadProgressOnly;
 
 // What happened, in order, told by any thread.
-class Journal {
+class Journal
+{
 public:
     void add(const QString &entry)
     {
@@ -85,7 +86,8 @@ QCborMap progress(int result, int rate = 0)
 }
 
 // A package with one firmware file for the device's own FPGA.
-class Package {
+class Package
+{
 public:
     bool isValid() const { return storeFile(m_folder.filePath("fpga.bin"), "firmware"); }
     QString path() const { return m_folder.path(); }
@@ -120,7 +122,8 @@ quint16 freePort()
 }
 
 // Starts no probe behind a run: it would come in the middle of a later test.
-class QuietProcess : public UpgradeProcess {
+class QuietProcess : public UpgradeProcess
+{
 public:
     QuietProcess(const std::weak_ptr<Velmar::BizModel::Device> &device,
                  const std::vector<s_CardInfoParts> &upgradeParts,
@@ -138,7 +141,8 @@ public:
 };
 
 // Where the rounds of the device probe arrive.
-class ProbeTarget {
+class ProbeTarget
+{
 public:
     ProbeTarget()
     {
@@ -182,7 +186,8 @@ quint16 startProbe(ProbeTarget &target, quint16 interval)
 
 } // namespace
 
-class tst_UpgradeProcess : public QObject {
+class tst_UpgradeProcess : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

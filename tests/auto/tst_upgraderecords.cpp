@@ -5,7 +5,8 @@
 using namespace Velmar::Firmware;
 
 // What readers and drivers take for granted of the records between them.
-class tst_UpgradeRecords : public QObject {
+class tst_UpgradeRecords : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

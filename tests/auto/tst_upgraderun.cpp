@@ -48,7 +48,8 @@ void makeWilling(ScriptedLink &link)
 }
 
 /*! What a host hears of a run, in order. */
-class Listener : public QObject {
+class Listener : public QObject
+{
 public:
     explicit Listener(UpgradeRun &run)
     {
@@ -76,7 +77,8 @@ public:
 
 } // namespace
 
-class tst_UpgradeRun : public QObject {
+class tst_UpgradeRun : public QObject
+{
     Q_OBJECT
 
     std::unique_ptr<FakeDevice> m_device;

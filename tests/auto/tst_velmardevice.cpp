@@ -77,7 +77,8 @@ QList<QJsonObject> traceLines(const QString &path)
 } // namespace
 
 /*! The simulated device as a process, spoken to over raw sockets. */
-class tst_VelmarDevice : public QObject {
+class tst_VelmarDevice : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -43,7 +43,8 @@ QCborMap restartOrder()
 } // namespace
 
 /*! What the simulated device does wrong when it is told to, and how hosts see it. */
-class tst_VelmarDeviceFaults : public QObject {
+class tst_VelmarDeviceFaults : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

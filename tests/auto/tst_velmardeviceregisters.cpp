@@ -39,7 +39,8 @@ QByteArray contents(const QString &path)
 } // namespace
 
 /*! The register bank of the simulated device as a process, spoken to over raw sockets. */
-class tst_VelmarDeviceRegisters : public QObject {
+class tst_VelmarDeviceRegisters : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -44,7 +44,8 @@ QByteArray readFile(const QString &path)
 } // namespace
 
 /*! Runs the program as its users do. */
-class tst_VelmarPackage : public QObject {
+class tst_VelmarPackage : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

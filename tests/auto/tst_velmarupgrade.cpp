@@ -21,7 +21,8 @@ ProgramRun upgrade(const QStringList &arguments)
 } // namespace
 
 /*! The program without a device: its options, errors and exit codes. */
-class tst_VelmarUpgrade : public QObject {
+class tst_VelmarUpgrade : public QObject
+{
     Q_OBJECT
 
     PackageBuilder m_package;

@@ -11,7 +11,8 @@
 #include <QVector>
 
 /*! The simulated device as a process, on a port of its own and with a state folder of its own. */
-class DeviceProgram {
+class DeviceProgram
+{
 public:
     /*! Begins to start it with \a arguments besides those for address, state and pace. */
     explicit DeviceProgram(const QStringList &arguments = {});

@@ -15,7 +15,8 @@ QByteArray exampleFile(const QString &name);
 
 /*! The example as a package by velmar-package, in a folder of its own: an upgrade writes its image
     into the package. */
-class ExamplePackage {
+class ExamplePackage
+{
 public:
     explicit ExamplePackage(const QStringList &arguments = {});
 
@@ -27,7 +28,8 @@ private:
 };
 
 /*! velmar-upgrade as a process, with nothing to read on its standard input. */
-class UpgradeProgram {
+class UpgradeProgram
+{
 public:
     explicit UpgradeProgram(const QStringList &arguments);
 

@@ -240,7 +240,8 @@ struct Cast {
 } // namespace
 
 /*! Upgrades over the HTTP road, with every fault of the device and of the network. */
-class tst_HttpRoad : public QObject {
+class tst_HttpRoad : public QObject
+{
     Q_OBJECT
 
     QTemporaryDir m_folder;

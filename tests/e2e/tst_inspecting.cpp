@@ -7,7 +7,8 @@
 #include <QtTest>
 
 /*! What an operator learns before an upgrade: devices, what fits them, and why nothing does. */
-class tst_Inspecting : public QObject {
+class tst_Inspecting : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

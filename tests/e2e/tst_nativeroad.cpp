@@ -127,7 +127,8 @@ struct Cast {
 } // namespace
 
 /*! Upgrades over the native road, from the package folder to the restarted device. */
-class tst_NativeRoad : public QObject {
+class tst_NativeRoad : public QObject
+{
     Q_OBJECT
 
     // The library looks at the progress every 2 s: the scenarios run side by side.

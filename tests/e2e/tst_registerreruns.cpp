@@ -74,7 +74,8 @@ int entryCount(const char *folder)
 } // namespace
 
 /*! The upgrade library's own object, over a link to a device: run after run, whatever that does. */
-class tst_RegisterReruns : public QObject {
+class tst_RegisterReruns : public QObject
+{
     Q_OBJECT
 
     /*! Puts a unit with \a content and the firmware \a plain into \a package, and parses it. */

@@ -117,7 +117,8 @@ bool edit(const ExamplePackage &package, const QByteArray &before, const QByteAr
 } // namespace
 
 /*! Upgrades over the register road, from the package folder to the restarted device. */
-class tst_RegisterRoad : public QObject {
+class tst_RegisterRoad : public QObject
+{
     Q_OBJECT
 
     std::vector<std::unique_ptr<Cast>> m_casts; // of the scenarios, which run side by side

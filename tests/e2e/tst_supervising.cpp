@@ -16,7 +16,8 @@
 namespace {
 
 /*! velmar-upgrade on a terminal of 80 columns, without its being the controlling one. */
-class UpgradeOnTerminal {
+class UpgradeOnTerminal
+{
 public:
     explicit UpgradeOnTerminal(const QStringList &arguments)
     {
@@ -68,7 +69,8 @@ private:
 };
 
 /*! A way to \a device on which everything from the first question for its progress on is lost. */
-class MutedDevice {
+class MutedDevice
+{
 public:
     explicit MutedDevice(const DeviceProgram &device)
     {
@@ -100,7 +102,8 @@ private:
 } // namespace
 
 /*! What an operator does during an upgrade: answering, interrupting, watching. */
-class tst_Supervising : public QObject {
+class tst_Supervising : public QObject
+{
     Q_OBJECT
 
 private Q_SLOTS:

@@ -6,7 +6,8 @@
 #include <QStringList>
 
 /*! A simulated device in a process of its own, killed with the object. */
-class DeviceProcess {
+class DeviceProcess
+{
 public:
     ~DeviceProcess();
 

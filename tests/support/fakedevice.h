@@ -13,7 +13,8 @@
 
     Everything that the link says is up to the test.
 */
-class FakeDevice {
+class FakeDevice
+{
 public:
     explicit FakeDevice(const Velmar::BizModel::s_DeviceConfig &config,
                         const std::vector<Velmar::BizModel::Subcard> &subcards = {});

@@ -15,7 +15,8 @@
     With its terminating NUL, or without one for readers that are given a limit. Throws
     std::system_error if there is no such memory.
 */
-class GuardedText {
+class GuardedText
+{
 public:
     enum class End { Nul, Limit };
 

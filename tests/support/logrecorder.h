@@ -10,11 +10,12 @@
 
 /*!
     Records all that is logged, by any thread, as long as the object is there; nothing of it is
-   shown.
+    shown.
 
     One at a time. Fatal messages go to the handler from before.
 */
-class LogRecorder {
+class LogRecorder
+{
 public:
     using Line = QPair<QtMsgType, QString>;
 

@@ -12,7 +12,8 @@
 #include <QVector>
 
 /*! An upgrade package in a temporary folder, which goes with this object. */
-class PackageBuilder {
+class PackageBuilder
+{
 public:
     QString path() const { return m_folder.path(); }
     QString path(const QString &name) const { return m_folder.filePath(name); }

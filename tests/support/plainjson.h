@@ -31,9 +31,11 @@ struct Failure {
     std::string message;
 };
 
-struct Endless { };
+struct Endless {
+};
 
-class Reader {
+class Reader
+{
 public:
     enum TokenType { Str, Int, Uint, Real, Symbol, Eof };
 

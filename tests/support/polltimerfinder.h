@@ -7,7 +7,8 @@
 #include <QTimer>
 
 /*! Catches the poll timer of the HTTP client when it fires: it has no parent to be found by. */
-class PollTimerFinder : public QObject {
+class PollTimerFinder : public QObject
+{
 public:
     PollTimerFinder() { QCoreApplication::instance()->installEventFilter(this); }
 

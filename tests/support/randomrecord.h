@@ -12,7 +12,8 @@
 #include <vector>
 
 /*! Fills records with values from the whole range of each member: the same ones for a seed. */
-class RandomRecord {
+class RandomRecord
+{
 public:
     explicit RandomRecord(std::uint32_t seed)
         : m_engine(seed)

@@ -12,7 +12,8 @@
 
 /*! A host's end of the device link with nothing between the test and the wire. Blocks, for at most
     twenty seconds at a time. */
-class RawHost {
+class RawHost
+{
 public:
     using Answer = Velmar::SSProxy::AnswerMessage;
 

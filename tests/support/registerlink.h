@@ -10,7 +10,8 @@
 
     What is done to the keep-alive is noted even when the link is closed.
 */
-class RegisterLink : public ScriptedLink {
+class RegisterLink : public ScriptedLink
+{
 public:
     RegisterLink();
 

@@ -15,7 +15,8 @@ class QTcpSocket;
     A request gets the first queued reaction for its path, else the standing one, else 404. For the
     thread that made it, which runs an event loop.
 */
-class ScriptedHttpServer : public QObject {
+class ScriptedHttpServer : public QObject
+{
     Q_OBJECT
 
 public:

@@ -16,9 +16,10 @@
 
     Open from the start. A request gets the first queued answer for its operation, else what the
     operation's handler says, else the refusal 2 (unknown operation). Any thread may use it;
-   handlers run on the thread that sends, with no lock held.
+    handlers run on the thread that sends, with no lock held.
 */
-class ScriptedLink : public Velmar::BizModel::DeviceLink {
+class ScriptedLink : public Velmar::BizModel::DeviceLink
+{
 public:
     using Handler =
         std::function<Velmar::BizModel::LinkAnswer(const Velmar::BizModel::LinkRequest &request)>;

@@ -6,7 +6,7 @@
 
 /*!
     Whether two threads that ask for the first instance of \a T at the same time get the same
-   object.
+    object.
 
     Ends the present instance and leaves a new one.
 */

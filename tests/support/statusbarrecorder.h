@@ -10,7 +10,8 @@
 
 /*! Records what is shown in the host's status bar, by any thread, as long as the object is there.
  */
-class StatusBarRecorder : public QObject {
+class StatusBarRecorder : public QObject
+{
 public:
     StatusBarRecorder()
     {

@@ -14,7 +14,8 @@
 
     Installed as long as it lives. Texts may be asked for by any thread.
 */
-class TranslationRecorder : public QTranslator {
+class TranslationRecorder : public QTranslator
+{
 public:
     TranslationRecorder() { QCoreApplication::installTranslator(this); }
     ~TranslationRecorder() override { QCoreApplication::removeTranslator(this); }

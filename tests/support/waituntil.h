@@ -9,7 +9,7 @@
     Runs the event loop of the calling thread until \a condition is true; false after five seconds.
 
     As QTRY_VERIFY, but it looks every millisecond, for tests that go back and forth with other
-   threads many times.
+    threads many times.
 */
 template<typename Condition> bool waitUntil(Condition condition)
 {

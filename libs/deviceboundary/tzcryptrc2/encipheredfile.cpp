@@ -35,7 +35,8 @@ const std::uint8_t *bytes(const char *data)
 }
 
 /*! The running authentication code. Its key is derived, so that RC2's is used for RC2 only. */
-class Authenticator {
+class Authenticator
+{
 public:
     explicit Authenticator(const CryptKey &key)
     {

@@ -31,7 +31,7 @@ Result encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
 
 /*!
     Writes the plain form of \a source, a file whose size is known, to \a target. If that fails,
-   what stands in \a target must be thrown away, for the code is behind the body.
+    what stands in \a target must be thrown away, for the code is behind the body.
 */
 Result decipher(QIODevice &source, QIODevice &target, const CryptKey &key,
                 const std::function<bool()> &mayGoOn, QString &cause);

@@ -10,7 +10,8 @@ namespace TZ::Internal {
     A file that gets its name when it is whole, so that nobody finds a part of it there, even if the
     process is killed. Without commit() nothing is left of it.
 */
-class PendingFile {
+class PendingFile
+{
 public:
     /*! How the file is kept until then. */
     enum class Naming {

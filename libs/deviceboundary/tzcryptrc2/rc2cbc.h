@@ -16,7 +16,8 @@ namespace TZ::Internal {
 
     Each call takes whole blocks. One object goes one way only: both directions share the chain.
 */
-class Rc2Cbc {
+class Rc2Cbc
+{
 public:
     static constexpr int BlockSize = ARCTWO_BLOCK_SIZE;
     using Block = std::array<std::uint8_t, BlockSize>;

@@ -21,7 +21,8 @@ namespace TZ::Internal {
     The root is first touched by apply(), so that a text that turns out malformed at its end leaves
     nothing behind. For one text only.
 */
-class ObjectTreeReader {
+class ObjectTreeReader
+{
 public:
     ObjectTreeReader(const QMetaObject *rootClass, const Serializer::ObjectFactory &factory,
                      const QString &path);

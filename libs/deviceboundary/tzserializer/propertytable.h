@@ -14,7 +14,8 @@ namespace TZ::Internal {
     The properties of one class that a file can set: writable, of the type bool, int or QString, and
     declared by a class below QObject. \c objectName is thus none of them.
 */
-class PropertyTable {
+class PropertyTable
+{
 public:
     explicit PropertyTable(const QMetaObject *metaObject);
 

@@ -18,7 +18,8 @@ namespace Velmar::BizModel::Internal {
     Reads one catalogue text, strictly: every key has to be there, no other may be, and each value
     has to be of its type and range.
 */
-class CatalogueReader {
+class CatalogueReader
+{
 public:
     /*! \a source stands for the file in the error text. */
     CatalogueReader(const QByteArray &json, const QString &source);

@@ -14,7 +14,8 @@ namespace Velmar::BizModel {
 namespace Internal {
 
 /*! Finds the sections of one board, or of a whole model, by either key. */
-class SectionIndex {
+class SectionIndex
+{
 public:
     /*! Of sections with one name, or with one code, the first that is added is found. */
     void add(const QList<s_UpgradeCfg> &sections);
@@ -48,7 +49,8 @@ struct InterfaceConfig::s_SubCard {
 namespace Internal {
 
 /*! A catalogue as the look-ups of this process see it. Not changed once it is made. */
-class InstalledCatalogue {
+class InstalledCatalogue
+{
 public:
     explicit InstalledCatalogue(const Catalogue &catalogue);
 

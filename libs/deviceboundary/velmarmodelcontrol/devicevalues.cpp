@@ -12,7 +12,8 @@ using namespace ProtoModel::Auxiliary;
 namespace {
 
 // Reads the members of one map; the first that is wrong sticks in the error text.
-class MapReader {
+class MapReader
+{
 public:
     MapReader(const QCborMap &map, QString &errorText)
         : m_map(map)

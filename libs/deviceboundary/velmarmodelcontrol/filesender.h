@@ -16,7 +16,8 @@ namespace Velmar::ModelControl::Internal {
     Each step answers false and sets errorText() if it fails; nothing is to follow then. What the
     device got of a broken transfer it forgets with the next file.open for the same file.
 */
-class FileSender {
+class FileSender
+{
 public:
     FileSender(BizModel::DeviceLink &link, const LinkPolicy &policy, int fileId);
 

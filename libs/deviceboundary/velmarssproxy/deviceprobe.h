@@ -14,7 +14,8 @@
 namespace Velmar::SSProxy::Internal {
 
 /*! Asks for devices, round for round, and reads their answers. Lives on the probe's thread. */
-class ProbeRounds : public QObject {
+class ProbeRounds : public QObject
+{
     Q_OBJECT
 
 public:
@@ -36,7 +37,8 @@ private:
 };
 
 /*! The probe's thread and what any thread may ask of it. */
-class DeviceProbe {
+class DeviceProbe
+{
 public:
     explicit DeviceProbe(DeviceManager *owner);
     ~DeviceProbe();

@@ -20,7 +20,8 @@ constexpr int FrameHeaderSize = 4;
     Qt's reader sets memory aside by the lengths that a message claims; behind this check they are
     true.
 */
-class MessageCheck {
+class MessageCheck
+{
 public:
     explicit MessageCheck(const QByteArray &bytes)
         : m_next(reinterpret_cast<const uchar *>(bytes.constData()))

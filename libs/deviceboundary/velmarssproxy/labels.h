@@ -6,7 +6,8 @@
 namespace Velmar::SSProxy::Internal {
 
 /*! Counts the labels of requests: up from 1, and to 1 again behind the largest. */
-class Labels {
+class Labels
+{
 public:
     explicit Labels(quint32 last = 0)
         : m_last(last)

@@ -14,7 +14,8 @@ class SocketLinkPrivate;
 
 /*! The socket of a link with its heartbeat. Lives on the link's thread; all functions are called
     there. */
-class LinkSocket : public QObject {
+class LinkSocket : public QObject
+{
     Q_OBJECT
 
 public:

@@ -21,12 +21,13 @@ class LinkSocket;
 
 /*!
     What the callers of a link and its socket share: who waits for which answer, and which frames
-   are still to be sent.
+    are still to be sent.
 
     Connections are numbered, so that what comes late from an old one cannot touch its successor.
-   The socket's thread calls the functions of the second group, callers those of the first.
+    The socket's thread calls the functions of the second group, callers those of the first.
 */
-class SocketLinkPrivate {
+class SocketLinkPrivate
+{
 public:
     SocketLinkPrivate(const QString &hostName, quint16 portNumber,
                       const SocketLinkOptions &linkOptions);

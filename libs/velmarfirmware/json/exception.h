@@ -13,7 +13,8 @@ namespace ajson {
     Thrown inside the reader and caught by decodeJson(). what() is the whole message, with line and
     column, as in "error at line :0 col :12 msg:not a valid string."
 */
-class exception : public std::exception {
+class exception : public std::exception
+{
 public:
     explicit exception(std::string message)
         : m_message(std::move(message))

@@ -18,7 +18,8 @@ namespace ajson {
 
     Inlined always, so that the place stays in a register through a whole record.
 */
-class LookAhead {
+class LookAhead
+{
 public:
     /*! \a reader is one whose text is terminated. */
     [[gnu::always_inline]] explicit LookAhead(Reader &reader)

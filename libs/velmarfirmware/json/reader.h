@@ -31,7 +31,8 @@ enum class TokenType : std::uint32_t {
     no token: it reads as the end of the input that begins with nothing. Every failure is an
     ajson::exception. A reader belongs to one thread.
 */
-class Reader {
+class Reader
+{
 public:
     /*! No limit: the text ends at its first NUL. */
     static constexpr std::uint64_t NoLimit = std::numeric_limits<std::uint64_t>::max();

@@ -10,7 +10,8 @@ enum class Bracket : bool { Array, Object };
 
 // The brackets that are open around a token, one bit each. Only nesting that no device sends costs
 // memory: an eighth of a byte for each level beyond the first 1024.
-class OpenBrackets {
+class OpenBrackets
+{
 public:
     bool isEmpty() const { return m_depth == 0; }
 

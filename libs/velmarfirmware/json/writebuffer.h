@@ -16,7 +16,8 @@ namespace ajson {
     Starts with a capacity of 1024 bytes without a heap allocation, and grows to multiples of it.
     Room is asked for before it is written to; the writing itself looks at no bounds.
 */
-class WriteBuffer {
+class WriteBuffer
+{
 public:
     WriteBuffer() = default;
     WriteBuffer(const WriteBuffer &) = delete;

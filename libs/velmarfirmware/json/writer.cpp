@@ -10,7 +10,8 @@ namespace {
 
 // The UTF-8 decoder of Bjoern Hoehrmann, published under the MIT licence; copyright (c) 2008-2009
 // Bjoern Hoehrmann <bjoern@hoehrmann.de>, see http://bjoern.hoehrmann.de/utf-8/decoder/dfa/
-class Utf8Decoder {
+class Utf8Decoder
+{
 public:
     void feed(unsigned char byte)
     {

@@ -20,7 +20,8 @@
 namespace TZ::ZLoad {
 
 /*! One command to a device. */
-class CommandConfig : public QObject {
+class CommandConfig : public QObject
+{
     Q_OBJECT
     Q_PROPERTY(QString CmdName MEMBER CmdName)
     Q_PROPERTY(QString Data MEMBER Data)
@@ -50,7 +51,8 @@ public:
 };
 
 /*! One file of a package, with the commands that send it. */
-class FileInfo : public QObject {
+class FileInfo : public QObject
+{
     Q_OBJECT
     Q_PROPERTY(bool IsSupportBroadcast MEMBER IsSupportBroadcast)
     Q_PROPERTY(bool IsMCUFile MEMBER IsMCUFile)
@@ -85,7 +87,8 @@ public:
 };
 
 /*! The commands that come before a transfer. */
-class BeforeStartCmd : public QObject {
+class BeforeStartCmd : public QObject
+{
     Q_OBJECT
 
 public:
@@ -98,7 +101,8 @@ public:
 };
 
 /*! The commands that come after a transfer. */
-class EndSendCmd : public QObject {
+class EndSendCmd : public QObject
+{
     Q_OBJECT
 
 public:
@@ -118,7 +122,8 @@ public:
     others are lost, and are the price of an assignment to anything but a fresh package. Assignment
     of an object to itself changes nothing.
 */
-class DataPackage : public QObject {
+class DataPackage : public QObject
+{
     Q_OBJECT
     Q_PROPERTY(QString FilePath MEMBER FilePath)
     Q_PROPERTY(QString DeviceTypes MEMBER DeviceTypes)

@@ -12,7 +12,8 @@
 #include <cstdio>
 
 /*! A package folder, written file by file, and what a parse finds in it. */
-class Package {
+class Package
+{
 public:
     QString path() const { return m_folder.path(); }
 

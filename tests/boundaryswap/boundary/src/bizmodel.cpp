@@ -28,7 +28,8 @@ QList<s_UpgradeCfg> cardSections()
 
 } // namespace
 
-struct InterfaceConfig::s_SubCard { };
+struct InterfaceConfig::s_SubCard {
+};
 
 s_SubCardConfig::s_SubCardConfig() = default;
 s_SubCardConfig::s_SubCardConfig(const s_SubCardConfig &other) = default;

@@ -16,7 +16,8 @@ using JsonPath = QStringList;
     A JSON text that QJsonDocument has accepted, for what its tree does not keep: where a value
     stands, and keys that an object has twice.
 */
-class JsonText {
+class JsonText
+{
 public:
     explicit JsonText(const QByteArray &json);
 

@@ -31,7 +31,7 @@ TZCRYPTRC2_EXPORT CryptKey cryptKey();
 
 /*!
     Reads \a key from the text file at \a path: a line "key = " with the bytes in hexadecimal and,
-   if not all bits of the key are to count, a line "effective-bits = " with a decimal number. Empty
+    if not all bits of the key are to count, a line "effective-bits = " with a decimal number. Empty
     lines and lines that begin with "#" are skipped.
 
     False, with \a errorText set and \a key as it was, if the file cannot be read or is anything

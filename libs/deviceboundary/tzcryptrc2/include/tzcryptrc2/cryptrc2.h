@@ -17,7 +17,8 @@ enum CRYPTTYPE : int {
 };
 
 /*! Enciphers and deciphers files. Objects hold no state; any thread may use its own. */
-class TZCRYPTRC2_EXPORT CryptRc2 {
+class TZCRYPTRC2_EXPORT CryptRc2
+{
 public:
     CryptRc2();
 

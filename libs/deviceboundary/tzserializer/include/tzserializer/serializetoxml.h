@@ -19,7 +19,8 @@ using ObjectFactory = QMap<QString, std::function<QObject *()>>;
 } // namespace Serializer
 
 /*! Loads trees of QObjects from XML, by the names of their classes and properties. */
-class TZSERIALIZER_EXPORT SerializeToXML {
+class TZSERIALIZER_EXPORT SerializeToXML
+{
 public:
     SerializeToXML();
     // Exported, as other makers of this library do.

@@ -44,14 +44,15 @@ struct ImageSums {
     check() answers whether an image is sound. The other operations show an image piece by piece, an
     unsound one too; each stands alone once readHeader() has succeeded. One thread at a time.
 */
-class ImageReader {
+class ImageReader
+{
 public:
     /*! \a file is open for reading, has random access, and outlives the reader. */
     explicit ImageReader(QIODevice &file);
 
     /*!
         True if the whole image is sound: constants, lengths, offsets and sum. Otherwise \a
-       errorText tells the first thing that is wrong.
+        errorText tells the first thing that is wrong.
     */
     bool check(QString &errorText);
 

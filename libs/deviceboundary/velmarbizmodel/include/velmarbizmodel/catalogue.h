@@ -32,7 +32,8 @@ struct s_SubCardModel {
     model id or name is there twice, and each card that a device takes is described. Objects are
     plain values; any thread may use its own.
 */
-class VELMARBIZMODEL_EXPORT Catalogue {
+class VELMARBIZMODEL_EXPORT Catalogue
+{
 public:
     /*!
         Reads the catalogue file at \a path, of at most 16 MiB.

@@ -18,7 +18,8 @@ class DeviceLink;
     Everything but upgradeRun is set at construction and not changed afterwards, so that any thread
     may read it.
 */
-class VELMARBIZMODEL_EXPORT Device {
+class VELMARBIZMODEL_EXPORT Device
+{
 public:
     Device(s_DeviceConfig config, std::vector<std::shared_ptr<Subcard>> subcards,
            std::shared_ptr<DeviceLink> link);

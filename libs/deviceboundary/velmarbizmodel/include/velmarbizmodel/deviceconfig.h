@@ -25,7 +25,7 @@ struct s_CommandTimeout {
 };
 
 /*! A kind of sub-card that a device model takes. A host's copy of s_DeviceConfig copies and
-   destroys it with the functions of this library. */
+    destroys it with the functions of this library. */
 struct VELMARBIZMODEL_EXPORT s_SubCardConfig {
     s_SubCardConfig();
     s_SubCardConfig(const s_SubCardConfig &other);

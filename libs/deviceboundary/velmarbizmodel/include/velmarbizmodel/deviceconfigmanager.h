@@ -8,8 +8,9 @@ namespace Velmar::BizModel {
 struct s_DeviceConfig;
 
 /*! The device models of the catalogue in use: the built-in one until Catalogue::install(). Any
-   thread may look up at any time. */
-class VELMARBIZMODEL_EXPORT DeviceConfigManager {
+    thread may look up at any time. */
+class VELMARBIZMODEL_EXPORT DeviceConfigManager
+{
 public:
     static DeviceConfigManager *instance();
 

@@ -40,7 +40,8 @@ struct LinkAnswer {
     All functions may be called from any thread, several at a time, and every wait is finite. A link
     repeats nothing by itself: whoever sends a request knows whether it may be repeated.
 */
-class VELMARBIZMODEL_EXPORT DeviceLink {
+class VELMARBIZMODEL_EXPORT DeviceLink
+{
 public:
     virtual ~DeviceLink();
 

@@ -18,7 +18,8 @@ class Device;
 
     One object for the process; it may be used and its signals may be emitted from any thread.
 */
-class VELMARBIZMODEL_EXPORT DeviceList : public QObject {
+class VELMARBIZMODEL_EXPORT DeviceList : public QObject
+{
     Q_OBJECT
 
 public:

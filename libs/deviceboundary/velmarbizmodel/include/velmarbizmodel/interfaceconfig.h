@@ -7,7 +7,8 @@ namespace Velmar::BizModel {
 
 /*! The sub-card models of the catalogue in use, with their section tables: the built-in catalogue
     until Catalogue::install(). Any thread may look up at any time. */
-class VELMARBIZMODEL_EXPORT InterfaceConfig {
+class VELMARBIZMODEL_EXPORT InterfaceConfig
+{
 public:
     struct s_SubCard; //!< a sub-card model; opaque
 

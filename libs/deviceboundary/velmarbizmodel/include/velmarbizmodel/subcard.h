@@ -6,7 +6,8 @@
 namespace Velmar::BizModel {
 
 /*! One card that is fitted in a device. Immutable, so safe to read from any thread. */
-class VELMARBIZMODEL_EXPORT Subcard {
+class VELMARBIZMODEL_EXPORT Subcard
+{
 public:
     Subcard(unsigned int modelId, unsigned char slotId, unsigned char boardId);
 

@@ -19,7 +19,8 @@ namespace Velmar::ModelControl {
 
     Made on the stack for one use. Every call blocks, for a finite time, on the calling thread.
 */
-class VELMARMODELCONTROL_EXPORT Auxiliary {
+class VELMARMODELCONTROL_EXPORT Auxiliary
+{
 public:
     explicit Auxiliary(std::weak_ptr<BizModel::Device> device);
     virtual ~Auxiliary();

@@ -12,7 +12,8 @@ class Device;
 namespace Velmar::ModelControl {
 
 /*! Control of the connection to one device. Made on the stack for one use. */
-class VELMARMODELCONTROL_EXPORT Device {
+class VELMARMODELCONTROL_EXPORT Device
+{
 public:
     explicit Device(std::weak_ptr<BizModel::Device> device);
     virtual ~Device();

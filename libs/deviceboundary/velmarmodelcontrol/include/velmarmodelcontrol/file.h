@@ -37,13 +37,14 @@ namespace Velmar::ModelControl {
 
     Made on the stack for one use. Every call blocks, for a finite time, on the calling thread.
 */
-class VELMARMODELCONTROL_EXPORT File {
+class VELMARMODELCONTROL_EXPORT File
+{
 public:
     explicit File(std::weak_ptr<BizModel::Device> device);
     virtual ~File();
 
     /*! Announces \a files to the device. False, with \a errorText set, if it refuses them or does
-       not answer. */
+        not answer. */
     bool importFile(const std::vector<ProtoModel::File::s_FileInfo> &files, QString &errorText);
 
     /*!
@@ -56,7 +57,7 @@ public:
 
         False, with the cause in the log, if the file cannot be read, has another size than the one
         that this object announced (the low 32 bits count), changes while it is sent, or if the
-       device refuses it or is lost. The device drops what it got when the file is sent anew.
+        device refuses it or is lost. The device drops what it got when the file is sent anew.
     */
     bool writeFileBinary(const QString &path, BizModel::Enum::File::FileType type, int fileId,
                          std::function<void(bool, int, QString)> callback, bool verify);

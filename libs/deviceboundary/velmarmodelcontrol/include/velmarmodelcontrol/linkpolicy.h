@@ -9,9 +9,9 @@ namespace Velmar::ModelControl {
     How patient the control layer is with a device. All times are in milliseconds.
 
     What is only read (version, progress) is asked again, over a new connection if need be, until
-   the device has answered or readRepeatTime is over. Anything else is sent again only if the link
-   has proven that the device never got it. A refusal is an answer, and nothing is repeated behind
-   it.
+    the device has answered or readRepeatTime is over. Anything else is sent again only if the link
+    has proven that the device never got it. A refusal is an answer, and nothing is repeated behind
+    it.
 */
 struct LinkPolicy {
     int connectTimeout = 5000; //!< for one attempt to connect

@@ -15,7 +15,8 @@ class DeviceRequestCommand;
 class DeviceResponseCommand;
 
 /*! The raw channel to a device: commands and register writes. Any thread may use it. */
-class VELMARSSPROXY_EXPORT DeviceChannel {
+class VELMARSSPROXY_EXPORT DeviceChannel
+{
 public:
     explicit DeviceChannel(std::shared_ptr<BizModel::DeviceLink> link);
     ~DeviceChannel();

@@ -9,7 +9,8 @@
 namespace Velmar::SSProxy {
 
 /*! What requests and answers have in common. */
-class VELMARSSPROXY_EXPORT IDeviceCommand {
+class VELMARSSPROXY_EXPORT IDeviceCommand
+{
 public:
     virtual ~IDeviceCommand();
 
@@ -23,7 +24,8 @@ private:
 };
 
 /*! A request over the raw channel: a command if commandKind is not 0, else a register write. */
-class VELMARSSPROXY_EXPORT DeviceRequestCommand : public IDeviceCommand {
+class VELMARSSPROXY_EXPORT DeviceRequestCommand : public IDeviceCommand
+{
 public:
     DeviceRequestCommand();
     ~DeviceRequestCommand() override;
@@ -58,7 +60,8 @@ private:
 };
 
 /*! A device's answer to a DeviceRequestCommand. */
-class VELMARSSPROXY_EXPORT DeviceResponseCommand : public IDeviceCommand {
+class VELMARSSPROXY_EXPORT DeviceResponseCommand : public IDeviceCommand
+{
 public:
     ~DeviceResponseCommand() override;
 

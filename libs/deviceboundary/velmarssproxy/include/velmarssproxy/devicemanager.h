@@ -36,10 +36,11 @@ struct ProbeTarget {
     Looks for devices over UDP and tells of each that answers.
 
     One object for the process. Any thread may use it, whether it has an event loop or not: the
-   looking is done on a thread of the manager's own, which is there from the first start to the end
-   of the application, and with it the socket.
+    looking is done on a thread of the manager's own, which is there from the first start to the end
+    of the application, and with it the socket.
 */
-class VELMARSSPROXY_EXPORT DeviceManager : public QObject {
+class VELMARSSPROXY_EXPORT DeviceManager : public QObject
+{
     Q_OBJECT
 
 public:
@@ -55,8 +56,8 @@ public:
         Starts looking for devices, or starts anew; the first round goes out at once.
 
         An empty \a address and zeros stand for the defaults of ProbeTarget, or what was set in
-       their place with setProbeTarget(). \a probePort is the devices' probe port, \a localPort the
-       port to ask from, \a interval the time between two rounds in milliseconds.
+        their place with setProbeTarget(). \a probePort is the devices' probe port, \a localPort the
+        port to ask from, \a interval the time between two rounds in milliseconds.
 
         If \a address is not numeric or the local port is not free, nobody is looking afterwards and
         the log says why.

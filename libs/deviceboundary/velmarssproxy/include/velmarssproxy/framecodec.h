@@ -11,9 +11,9 @@
     Frames and datagrams of the device link, for both of its ends.
 
     A message is one CBOR map with text keys at every level, none of them twice in a map, definite
-   lengths and no tags. What
-   comes in is checked byte by byte before anything is made of it, so that a hostile message costs
-   no more than its own size and MaxMessageItems values.
+    lengths and no tags. What
+    comes in is checked byte by byte before anything is made of it, so that a hostile message costs
+    no more than its own size and MaxMessageItems values.
 */
 namespace Velmar::SSProxy {
 
@@ -34,7 +34,8 @@ VELMARSSPROXY_EXPORT bool decodeMessage(const QByteArray &bytes, QCborMap &messa
 VELMARSSPROXY_EXPORT QByteArray encodeFrame(const QCborMap &message);
 
 /*! Cuts the bytes of one connection into messages. */
-class VELMARSSPROXY_EXPORT FrameReader {
+class VELMARSSPROXY_EXPORT FrameReader
+{
 public:
     enum class Status {
         Message, //!< a message was taken out

@@ -27,18 +27,19 @@ struct SocketLinkOptions {
 
     The socket lives on a thread of the link's own, which starts with the first open(); callers only
     wait. Each caller gets the answer with the label of its request, whatever the order of the
-   answers; late and doubled ones are dropped. The end of the connection wakes all callers at once.
+    answers; late and doubled ones are dropped. The end of the connection wakes all callers at once.
 
     A connection on which nothing at all has come back for some time is dead, whatever the network
     says: a ping goes out after heartbeatInterval without a request, and as soon as a request has
-   timed out in silence. If pingTimeout passes without a single byte, the link closes, unless an
-   earlier request is still waiting, over which the device may be busy. A link that has closed is
-   opened again by its user alone.
+    timed out in silence. If pingTimeout passes without a single byte, the link closes, unless an
+    earlier request is still waiting, over which the device may be busy. A link that has closed is
+    opened again by its user alone.
 
     A pause of the heartbeat ends with the connection. No proxy is used. No thread may be inside of
-   a call when the object is destroyed.
+    a call when the object is destroyed.
 */
-class VELMARSSPROXY_EXPORT SocketLink final : public BizModel::DeviceLink {
+class VELMARSSPROXY_EXPORT SocketLink final : public BizModel::DeviceLink
+{
 public:
     /*! \a host is a numeric address or a name. Does not connect yet. */
     explicit SocketLink(const QString &host, quint16 port = DefaultDevicePort,

@@ -6,7 +6,8 @@
 enum CRYPTSTYLE { CryptStyle1 = 1 };
 enum CRYPTTYPE { CryptType1 = 1, CryptType2 = 2 };
 
-class CryptRc2 {
+class CryptRc2
+{
 public:
     CryptRc2();
 

@@ -15,7 +15,8 @@ using ObjectFactory = QMap<QString, std::function<QObject *()>>;
 
 } // namespace Serializer
 
-class SerializeToXML {
+class SerializeToXML
+{
 public:
     SerializeToXML();
     ~SerializeToXML();

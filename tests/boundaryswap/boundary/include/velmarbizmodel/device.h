@@ -9,7 +9,8 @@
 
 namespace Velmar::BizModel {
 
-class Device {
+class Device
+{
 public:
     Device();
 

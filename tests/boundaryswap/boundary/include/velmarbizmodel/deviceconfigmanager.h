@@ -5,7 +5,8 @@
 
 namespace Velmar::BizModel {
 
-class DeviceConfigManager {
+class DeviceConfigManager
+{
 public:
     static DeviceConfigManager *instance();
 

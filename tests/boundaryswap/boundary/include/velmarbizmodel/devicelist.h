@@ -11,7 +11,8 @@ namespace Velmar::BizModel {
 
 class Device;
 
-class DeviceList : public QObject {
+class DeviceList : public QObject
+{
     Q_OBJECT
 
 public:

@@ -5,7 +5,8 @@
 
 namespace Velmar::BizModel {
 
-class InterfaceConfig {
+class InterfaceConfig
+{
 public:
     struct s_SubCard;
 

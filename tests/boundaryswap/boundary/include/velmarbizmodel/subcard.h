@@ -3,7 +3,8 @@
 
 namespace Velmar::BizModel {
 
-class Subcard {
+class Subcard
+{
 public:
     unsigned int modelId() const;
 };

@@ -13,7 +13,8 @@ class Device;
 
 namespace Velmar::ModelControl {
 
-class Auxiliary {
+class Auxiliary
+{
 public:
     explicit Auxiliary(std::weak_ptr<BizModel::Device> device);
     virtual ~Auxiliary();

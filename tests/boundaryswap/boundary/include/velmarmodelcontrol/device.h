@@ -9,7 +9,8 @@ class Device;
 
 namespace Velmar::ModelControl {
 
-class Device {
+class Device
+{
 public:
     explicit Device(std::weak_ptr<BizModel::Device> device);
     virtual ~Device();

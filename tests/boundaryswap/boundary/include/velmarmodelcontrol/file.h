@@ -27,7 +27,8 @@ struct s_FileInfo {
 
 namespace Velmar::ModelControl {
 
-class File {
+class File
+{
 public:
     explicit File(std::weak_ptr<BizModel::Device> device);
     virtual ~File();

@@ -8,7 +8,8 @@ namespace Velmar::SSProxy {
 class DeviceRequestCommand;
 class DeviceResponseCommand;
 
-class DeviceChannel {
+class DeviceChannel
+{
 public:
     std::shared_ptr<DeviceResponseCommand>
     sendSyncRequest(std::shared_ptr<DeviceRequestCommand> request);

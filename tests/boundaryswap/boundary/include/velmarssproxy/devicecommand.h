@@ -6,7 +6,8 @@
 
 namespace Velmar::SSProxy {
 
-class IDeviceCommand {
+class IDeviceCommand
+{
 public:
     virtual ~IDeviceCommand();
 
@@ -19,7 +20,8 @@ private:
     std::string m_body;
 };
 
-class DeviceRequestCommand : public IDeviceCommand {
+class DeviceRequestCommand : public IDeviceCommand
+{
 public:
     DeviceRequestCommand();
     ~DeviceRequestCommand() override;
@@ -47,7 +49,8 @@ private:
     std::string m_buffer;
 };
 
-class DeviceResponseCommand : public IDeviceCommand {
+class DeviceResponseCommand : public IDeviceCommand
+{
 public:
     ~DeviceResponseCommand() override;
 

@@ -5,7 +5,8 @@
 
 namespace Velmar::SSProxy {
 
-class DeviceManager {
+class DeviceManager
+{
 public:
     static DeviceManager *instance();
 
