@@ -279,7 +279,7 @@ private Q_SLOTS:
         QCOMPARE(m_device->nextEvent().value("restarts").toInt(), 1);
         QCOMPARE(installed("/firmware/mcu.bin"), QByteArray(5000, 'm'));
         QTEST(ask(Poll), "before");
-        QVERIFY(QDir(m_folder->filePath("state/incoming")).isEmpty());
+        QTRY_VERIFY(QDir(m_folder->filePath("state/incoming")).isEmpty());
 
         const auto lines = traced();
         QCOMPARE(lines.at(1).value("method").toString(), QString("POST"));
@@ -349,7 +349,7 @@ private Q_SLOTS:
         const QByteArray got = ask(request);
         QVERIFY2(answer.endsWith(' ') ? got.startsWith(answer) : got == answer, got.constData());
         QVERIFY(ask(Poll).startsWith("200 {\"result\":0,"));
-        QVERIFY(QDir(m_folder->filePath("state/incoming")).isEmpty());
+        QTRY_VERIFY(QDir(m_folder->filePath("state/incoming")).isEmpty());
     }
 
     void oneInstallationAtATime()
