@@ -81,10 +81,12 @@ private Q_SLOTS:
             QElapsedTimer elapsed;
             elapsed.start();
             QTcpSocket host;
+            // By signal: the connection may be over before anybody looks at the state.
+            bool wasConnected = false;
+            connect(&host, &QTcpSocket::connected, this, [&] { wasConnected = true; });
             host.connectToHost(QHostAddress::LocalHost, port);
             host.write("hello");
-            QTRY_COMPARE(host.state(), QAbstractSocket::ConnectedState);
-            QTRY_COMPARE(host.state(), QAbstractSocket::UnconnectedState);
+            QTRY_VERIFY(wasConnected && host.state() == QAbstractSocket::UnconnectedState);
             QCOMPARE(host.readAll().size(), expected);
             QVERIFY2(elapsed.elapsed() >= atLeastMs,
                      qPrintable(QString::number(elapsed.elapsed())));
