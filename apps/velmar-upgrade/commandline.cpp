@@ -1,7 +1,7 @@
 #include "commandline.h"
 
 #include "console.h"
-#include "printable.h"
+#include "show/printable.h"
 
 #include <velmarssproxy/framecodec.h>
 

@@ -1,8 +1,8 @@
 #ifndef VELMARUPGRADE_COMMANDLINE_H
 #define VELMARUPGRADE_COMMANDLINE_H
 
-#include "deviceaddress.h"
-#include "hostexitcode.h"
+#include "device/deviceaddress.h"
+#include "process/hostexitcode.h"
 
 #include <QCommandLineParser>
 #include <QString>

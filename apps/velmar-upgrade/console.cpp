@@ -1,6 +1,6 @@
 #include "console.h"
 
-#include "printable.h"
+#include "show/printable.h"
 
 #include <cstdio>
 #include <iostream>

@@ -1,7 +1,7 @@
 #ifndef VELMARUPGRADE_CONSOLE_H
 #define VELMARUPGRADE_CONSOLE_H
 
-#include "hostexitcode.h"
+#include "process/hostexitcode.h"
 
 #include <QString>
 #include <QStringList>

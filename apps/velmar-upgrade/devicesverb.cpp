@@ -1,10 +1,10 @@
 #include "verbs.h"
 
 #include "console.h"
-#include "deviceaddress.h"
-#include "logcapture.h"
-#include "modelnames.h"
-#include "printable.h"
+#include "device/deviceaddress.h"
+#include "device/modelnames.h"
+#include "process/logcapture.h"
+#include "show/printable.h"
 #include "steps.h"
 
 #include <velmarssproxy/devicemanager.h>

@@ -1,14 +1,14 @@
 #include "verbs.h"
 
 #include "console.h"
-#include "devicesession.h"
-#include "logcapture.h"
-#include "modelnames.h"
-#include "offer.h"
-#include "packagelisting.h"
-#include "packageparse.h"
+#include "device/devicesession.h"
+#include "device/modelnames.h"
+#include "package/offer.h"
+#include "package/packagelisting.h"
+#include "package/packageparse.h"
 #include "packagereport.h"
-#include "printable.h"
+#include "process/logcapture.h"
+#include "show/printable.h"
 #include "steps.h"
 
 #include <velmarbizmodel/device.h>
@@ -63,7 +63,7 @@ HostExitCode inspectImageFile(const QString &path, const CommandLine &options,
         return HostExitCode::Unreachable;
     PackageParse parse(libraryPath(path));
     if (!finishParse(parse, std::nullopt, ParseLimit, log))
-        return HostExitCode::NothingFits;
+        return HostExitCode::PackageRefused;
     printLine(QStringLiteral("%1 is an image configuration file that %2 takes")
                   .arg(printable(path), address->toString()));
     return HostExitCode::Ok;
@@ -109,7 +109,7 @@ HostExitCode inspectVerb(const QStringList &arguments)
     PackageListing listing;
     QString errorText;
     if (!listing.read(path, errorText))
-        return complain(HostExitCode::NothingFits,
+        return complain(HostExitCode::PackageRefused,
                         QStringLiteral("This is no package: %1").arg(printable(errorText)));
     PackageReport report(options.argument(), listing, names);
     auto code = HostExitCode::Ok;
@@ -122,7 +122,7 @@ HostExitCode inspectVerb(const QStringList &arguments)
             return HostExitCode::Unreachable;
         PackageParse parse(path);
         if (!finishParse(parse, std::nullopt, ParseLimit, log))
-            code = HostExitCode::NothingFits;
+            code = HostExitCode::PackageRefused;
         report.setFitting(
             { QStringLiteral("%1 at %2")
                   .arg(names.describe(session->device()->modelId()), address->toString()),
@@ -138,7 +138,7 @@ HostExitCode inspectVerb(const QStringList &arguments)
                     .arg(printable(modelText), printable(names.deviceModels())));
         PackageParse parse(path);
         if (!finishParse(parse, model, ParseLimit, log))
-            code = HostExitCode::NothingFits;
+            code = HostExitCode::PackageRefused;
         const auto *config =
             BizModel::DeviceConfigManager::instance()->findDeviceConfigByID(*model);
         report.setFitting({ names.describe(*model), modelObject(*model, names), false },

@@ -1,5 +1,5 @@
 #include "console.h"
-#include "printable.h"
+#include "show/printable.h"
 #include "verbs.h"
 
 #include <QCoreApplication>

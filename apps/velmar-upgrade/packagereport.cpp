@@ -1,6 +1,6 @@
 #include "packagereport.h"
 
-#include "printable.h"
+#include "show/printable.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

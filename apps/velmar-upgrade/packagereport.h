@@ -1,9 +1,9 @@
 #ifndef VELMARUPGRADE_PACKAGEREPORT_H
 #define VELMARUPGRADE_PACKAGEREPORT_H
 
-#include "modelnames.h"
-#include "offer.h"
-#include "packagelisting.h"
+#include "device/modelnames.h"
+#include "package/offer.h"
+#include "package/packagelisting.h"
 
 #include <QByteArray>
 #include <QHash>

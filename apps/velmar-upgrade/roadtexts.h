@@ -1,7 +1,7 @@
 #ifndef VELMARUPGRADE_ROADTEXTS_H
 #define VELMARUPGRADE_ROADTEXTS_H
 
-#include "devicerun.h"
+#include "run/devicerun.h"
 
 #include <QString>
 

@@ -1,21 +1,21 @@
 #include "verbs.h"
 
 #include "console.h"
-#include "devicesession.h"
-#include "httprun.h"
-#include "imagebuild.h"
-#include "logcapture.h"
-#include "modelnames.h"
-#include "offer.h"
-#include "packagelisting.h"
-#include "packageparse.h"
-#include "printable.h"
-#include "registerchoice.h"
-#include "registerrun.h"
-#include "selection.h"
+#include "device/devicesession.h"
+#include "device/modelnames.h"
+#include "package/offer.h"
+#include "package/packagelisting.h"
+#include "package/packageparse.h"
+#include "package/registerchoice.h"
+#include "package/selection.h"
+#include "process/logcapture.h"
+#include "run/httprun.h"
+#include "run/imagebuild.h"
+#include "run/registerrun.h"
+#include "run/upgraderun.h"
+#include "show/printable.h"
 #include "steps.h"
 #include "supervise.h"
-#include "upgraderun.h"
 
 #include <velmarbizmodel/device.h>
 
@@ -138,7 +138,7 @@ bool choose(const CommandLine &options, const QString &path,
                                 errorText)) {
         return true;
     }
-    complain(HostExitCode::NothingFits, errorText);
+    complain(HostExitCode::PackageRefused, errorText);
     return false;
 }
 
@@ -188,7 +188,7 @@ HostExitCode runVerb(const QStringList &arguments)
 
     const QString path = libraryPath(options.argument());
     if (QFileInfo(path).isFile())
-        return complain(HostExitCode::NothingFits,
+        return complain(HostExitCode::PackageRefused,
                         QStringLiteral("%1 is a file; only a package folder can be installed")
                             .arg(printable(path)));
     QElapsedTimer elapsed;
@@ -198,11 +198,11 @@ HostExitCode runVerb(const QStringList &arguments)
         return HostExitCode::Unreachable;
     PackageParse parse(path);
     if (!finishParse(parse, std::nullopt, *timeLimit, log))
-        return HostExitCode::NothingFits;
+        return HostExitCode::PackageRefused;
 
     Selection selection;
     if (!choose(options, path, parse.units(), *session->device(), selection))
-        return HostExitCode::NothingFits;
+        return HostExitCode::PackageRefused;
     print(choiceText(selection, *session, *address, ModelNames(*catalogue)));
     const auto spent = std::chrono::milliseconds(elapsed.elapsed());
     if (!isAgreed && !isConfirmed(QStringLiteral("Upgrade and restart the device?")))

@@ -1,9 +1,9 @@
 #include "steps.h"
 
 #include "console.h"
-#include "devicesession.h"
-#include "packageparse.h"
-#include "printable.h"
+#include "device/devicesession.h"
+#include "package/packageparse.h"
+#include "show/printable.h"
 
 #include <tzcryptrc2/cryptkey.h>
 
@@ -65,7 +65,7 @@ bool finishParse(PackageParse &parse, std::optional<quint16> model,
                      [&](bool result, const QString &errorText) {
                          isGood = result;
                          if (!result) {
-                             complain(HostExitCode::NothingFits, printable(errorText));
+                             complain(HostExitCode::PackageRefused, printable(errorText));
                              printCause(log.lastLines());
                          }
                          loop.quit();
@@ -76,6 +76,6 @@ bool finishParse(PackageParse &parse, std::optional<quint16> model,
         parse.start(timeLimit);
     loop.exec();
     if (parse.isWorkerLeftBehind())
-        leaveProcess(HostExitCode::NothingFits);
+        leaveProcess(HostExitCode::PackageRefused);
     return isGood;
 }

@@ -2,7 +2,7 @@
 #define VELMARUPGRADE_STEPS_H
 
 #include "commandline.h"
-#include "logcapture.h"
+#include "process/logcapture.h"
 
 #include <velmarbizmodel/catalogue.h>
 

@@ -1,10 +1,10 @@
 #include "supervise.h"
 
 #include "console.h"
-#include "interruptwatcher.h"
-#include "outputstyle.h"
-#include "printable.h"
-#include "progressdisplay.h"
+#include "process/interruptwatcher.h"
+#include "show/outputstyle.h"
+#include "show/printable.h"
+#include "show/progressdisplay.h"
 
 #include <QEventLoop>
 
@@ -72,7 +72,7 @@ HostExitCode supervise(DeviceRun &run, const std::function<void()> &start, const
                 break;
             case DeviceRun::Outcome::TimedOut:
                 code = complain(
-                    HostExitCode::OutcomeUnknown,
+                    HostExitCode::Unconfirmed,
                     QStringLiteral("The time limit has passed. %1").arg(texts.leaving(stage)));
                 break;
             }

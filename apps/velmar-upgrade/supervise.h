@@ -1,10 +1,10 @@
 #ifndef VELMARUPGRADE_SUPERVISE_H
 #define VELMARUPGRADE_SUPERVISE_H
 
-#include "devicerun.h"
-#include "hostexitcode.h"
-#include "logcapture.h"
+#include "process/hostexitcode.h"
+#include "process/logcapture.h"
 #include "roadtexts.h"
+#include "run/devicerun.h"
 
 #include <functional>
 

@@ -1,7 +1,7 @@
 #ifndef VELMARUPGRADE_VERBS_H
 #define VELMARUPGRADE_VERBS_H
 
-#include "hostexitcode.h"
+#include "process/hostexitcode.h"
 
 #include <QStringList>
 

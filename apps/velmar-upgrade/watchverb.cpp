@@ -1,12 +1,12 @@
 #include "verbs.h"
 
 #include "console.h"
-#include "devicesession.h"
-#include "logcapture.h"
-#include "printable.h"
+#include "device/devicesession.h"
+#include "process/logcapture.h"
+#include "run/upgraderun.h"
+#include "show/printable.h"
 #include "steps.h"
 #include "supervise.h"
-#include "upgraderun.h"
 
 #include <velmarmodelcontrol/auxiliary.h>
 
@@ -105,10 +105,10 @@ HostExitCode watchVerb(const QStringList &arguments)
     // the time limit may be.
     auto answer = std::async(std::launch::async, askForProgress, session->device());
     if (answer.wait_for(*timeLimit) != std::future_status::ready) {
-        complain(HostExitCode::OutcomeUnknown,
+        complain(HostExitCode::Unconfirmed,
                  QStringLiteral("The time limit has passed. %1")
                      .arg(texts.leaving(DeviceRun::Stage::Installing)));
-        leaveProcess(HostExitCode::OutcomeUnknown);
+        leaveProcess(HostExitCode::Unconfirmed);
     }
     const auto told = answer.get();
     if (!told.isTold)

@@ -1,9 +1,9 @@
 // Upgrades a device with all that fits it of a package: library-example PACKAGE HOST[:PORT]
 
-#include "deviceaddress.h"
-#include "devicesession.h"
-#include "offer.h"
-#include "selection.h"
+#include "device/deviceaddress.h"
+#include "device/devicesession.h"
+#include "package/offer.h"
+#include "package/selection.h"
 #include "upgradefileparsed.h"
 #include "upgradeprocess.h"
 

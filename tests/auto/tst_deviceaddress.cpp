@@ -1,4 +1,4 @@
-#include "deviceaddress.h"
+#include "device/deviceaddress.h"
 
 #include <QtTest>
 

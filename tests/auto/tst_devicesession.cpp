@@ -1,4 +1,4 @@
-#include "devicesession.h"
+#include "device/devicesession.h"
 
 #include "support/scriptedlink.h"
 

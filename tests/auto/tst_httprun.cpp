@@ -1,4 +1,4 @@
-#include "httprun.h"
+#include "run/httprun.h"
 
 #include "support/logrecorder.h"
 #include "support/scriptedhttpserver.h"

@@ -1,4 +1,4 @@
-#include "imagebuild.h"
+#include "run/imagebuild.h"
 
 #include "support/fakedevice.h"
 #include "support/logrecorder.h"

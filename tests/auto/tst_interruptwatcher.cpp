@@ -1,4 +1,4 @@
-#include "interruptwatcher.h"
+#include "process/interruptwatcher.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -1,4 +1,4 @@
-#include "logcapture.h"
+#include "process/logcapture.h"
 
 #include <QtTest>
 

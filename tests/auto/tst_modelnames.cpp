@@ -1,4 +1,4 @@
-#include "modelnames.h"
+#include "device/modelnames.h"
 
 #include <velmarbizmodel/catalogue.h>
 

@@ -1,4 +1,4 @@
-#include "packagelisting.h"
+#include "package/packagelisting.h"
 
 #include "support/packagebuilder.h"
 #include "support/unprivileged.h"

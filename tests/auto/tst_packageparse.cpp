@@ -1,4 +1,4 @@
-#include "packageparse.h"
+#include "package/packageparse.h"
 
 #include "support/fakedevice.h"
 #include "support/logrecorder.h"

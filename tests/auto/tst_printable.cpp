@@ -1,4 +1,4 @@
-#include "printable.h"
+#include "show/printable.h"
 
 #include <QtTest>
 

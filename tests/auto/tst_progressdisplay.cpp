@@ -1,4 +1,4 @@
-#include "progressdisplay.h"
+#include "show/progressdisplay.h"
 
 #include <QtTest>
 

@@ -1,8 +1,8 @@
-#include "offer.h"
-#include "packagelisting.h"
-#include "packageparse.h"
-#include "registerchoice.h"
-#include "registerrun.h"
+#include "package/offer.h"
+#include "package/packagelisting.h"
+#include "package/packageparse.h"
+#include "package/registerchoice.h"
+#include "run/registerrun.h"
 
 #include "support/encipheredfile.h"
 #include "support/fakedevice.h"

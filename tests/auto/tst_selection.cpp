@@ -1,5 +1,5 @@
-#include "offer.h"
-#include "selection.h"
+#include "package/offer.h"
+#include "package/selection.h"
 
 #include "support/fakedevice.h"
 

@@ -1,4 +1,4 @@
-#include "sendingpercent.h"
+#include "run/sendingpercent.h"
 
 #include <QTranslator>
 #include <QtTest>

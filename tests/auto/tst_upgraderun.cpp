@@ -1,4 +1,4 @@
-#include "upgraderun.h"
+#include "run/upgraderun.h"
 
 #include "support/fakedevice.h"
 #include "support/logrecorder.h"

@@ -1,8 +1,8 @@
 #include "deviceprogram.h"
 
-#include "deviceaddress.h"
-#include "devicesession.h"
-#include "packageparse.h"
+#include "device/deviceaddress.h"
+#include "device/devicesession.h"
+#include "package/packageparse.h"
 
 #include "compatibilityupgrade_dat.h"
 #include "support/encipheredfile.h"

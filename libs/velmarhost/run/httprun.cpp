@@ -1,0 +1,156 @@
+#include "run/httprun.h"
+
+#include "run/sendingpercent.h"
+
+#include "upgradeclientproxy.h"
+#include "upgradefileofhttp.h"
+
+#include <velmarbizmodel/devicelist.h>
+#include <velmarssproxy/devicechannel.h>
+
+#include <QNetworkAccessManager>
+#include <QNetworkProxy>
+#include <QPointer>
+
+#include <utility>
+
+namespace Velmar::Host {
+
+namespace {
+
+using ProtoModel::Auxiliary::s_UpgradePercent;
+
+QString urlHost(const QString &host)
+{
+    return host.contains(QLatin1Char(':')) ? QStringLiteral("[%1]").arg(host) : host;
+}
+
+} // namespace
+
+HttpRun::HttpRun(HttpOrder order)
+    : m_order(std::move(order))
+    , m_upgrade(std::make_unique<Firmware::UpgradeFileOfHTTP>())
+{
+    m_silence.setSingleShot(true);
+    connect(&m_silence, &QTimer::timeout, this, &HttpRun::slotTimeLimit);
+    connect(this, &DeviceRun::signalStageChanged, this, [this](Stage stage) {
+        if (stage == Stage::Ended) {
+            m_silence.stop();
+            UpgradeClientProxy::getInstance()->stopPostReply();
+        }
+    });
+    // The library keeps the callbacks for the life of the process.
+    m_upgrade->registerRefreshUpgradeProcessCallBack(
+        [run = QPointer<HttpRun>(this)](s_UpgradePercent &progress) {
+            if (run)
+                run->slotProgress(progress);
+        });
+    m_upgrade->registerUpgradeFinishedCallBack([run = QPointer<HttpRun>(this)] {
+        if (run)
+            run->slotFinished();
+    });
+}
+
+HttpRun::~HttpRun()
+{
+    UpgradeClientProxy::getInstance()->stopPostReply();
+}
+
+void HttpRun::start(std::chrono::milliseconds timeLimit, std::chrono::milliseconds stallLimit)
+{
+    begin(timeLimit);
+    listen();
+    m_upgrade->init(m_order.isCompatible, std::make_shared<SSProxy::DeviceChannel>(m_order.link),
+                    m_order.modelId, m_order.parts, m_order.filePath, urlHost(m_order.host));
+    const bool isComposed = m_upgrade->doDeviceUpgradeOfHTTP();
+    // A message box without an end is how the library says that nothing has begun.
+    if (!isComposed || !m_box.isEmpty()) {
+        // Not before start() has returned: whoever called it is not waiting yet.
+        QTimer::singleShot(0, this, [this] { finish(false, m_box); });
+        return;
+    }
+    m_silence.start(stallLimit);
+}
+
+void HttpRun::listen()
+{
+    using BizModel::DeviceList;
+    using namespace BizModel::Enum;
+    const auto *screen = DeviceList::instance();
+    connect(screen, &DeviceList::signalShowStatusBarMsg, this,
+            [this](StatusBarMsgType type, const QString &text) { slotStatusBar(int(type), text); });
+    connect(screen, &DeviceList::signalShowFramelessMessageBoxMsg, this,
+            [this](FramelessMessageBoxMsgType, const QString &text) {
+                slotMessageBox(text);
+                return 0;
+            });
+    const auto *client = UpgradeClientProxy::getInstance();
+    // A proxy for the web knows no devices.
+    const auto managers = client->findChildren<QNetworkAccessManager *>();
+    for (QNetworkAccessManager *manager : managers)
+        manager->setProxy(QNetworkProxy::NoProxy);
+    connect(client, &UpgradeClientProxy::signalOnUploadProgress, this, [this] {
+        if (stage() == Stage::Ended)
+            return;
+        noteSignOfLife();
+        enter(Stage::Sending);
+    });
+    connect(client, &UpgradeClientProxy::signalReplyUploadFinished, this, [this](int code) {
+        if (code == 0 && stage() != Stage::Ended) {
+            noteSignOfLife();
+            enter(Stage::Installing);
+        }
+    });
+}
+
+void HttpRun::slotStatusBar(int type, const QString &text)
+{
+    if (stage() == Stage::Ended || m_hasFinished)
+        return;
+    if (const auto percent = uploadPercent(text)) {
+        enter(Stage::Sending);
+        Q_EMIT signalSending(*percent, text);
+        return;
+    }
+    m_isStatusGood = type == int(BizModel::Enum::StatusBarMsgType::Information);
+    // The progress of an installation is told once a second, be there news or not.
+    if (text != std::exchange(m_status, text))
+        Q_EMIT signalStatusText(text);
+}
+
+void HttpRun::slotMessageBox(const QString &text)
+{
+    if (stage() == Stage::Ended)
+        return;
+    m_box = text;
+    // One that begins nothing is the last word of the run.
+    if (m_hasFinished)
+        Q_EMIT signalStatusText(text);
+}
+
+void HttpRun::slotProgress(const s_UpgradePercent &progress)
+{
+    if (stage() == Stage::Ended)
+        return;
+    // 0 says nothing of this upgrade: a device that has restarted has forgotten it.
+    if (progress.result != 0)
+        noteSignOfLife();
+    enter(Stage::Installing);
+    Q_EMIT signalInstalling(progress);
+}
+
+void HttpRun::slotFinished()
+{
+    if (std::exchange(m_hasFinished, true))
+        return;
+    // The message box comes behind the callback.
+    QTimer::singleShot(0, this, [this] { finish(m_isStatusGood, m_status); });
+}
+
+void HttpRun::noteSignOfLife()
+{
+    if (m_silence.isActive())
+        m_silence.start();
+}
+
+} // namespace Velmar::Host
