@@ -36,6 +36,7 @@ void TestVerdict::code_data()
         QTest::newRow(word) << "failed" << 1;
     for (const char *word : { "package-refused", "nothing-fits", "not-planned", "plan-outdated" })
         QTest::newRow(word) << "failed" << 3;
+    QTest::newRow("usage") << "failed" << 2;
     QTest::newRow("unreachable") << "failed" << 4;
     QTest::newRow("device-busy") << "failed" << 75;
     QTest::newRow("interrupted") << "failed" << 130;

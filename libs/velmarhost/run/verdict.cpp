@@ -44,6 +44,7 @@ constexpr CodeText Texts[] = {
     { VerdictCode::TimeLimit, Unconfirmed, HostExitCode::Unconfirmed, "time-limit", Watch },
     { VerdictCode::WorkerLost, Unconfirmed, HostExitCode::Unconfirmed, "worker-lost", Watch },
     { VerdictCode::Left, Unconfirmed, HostExitCode::Interrupted, "left", Watch },
+    { VerdictCode::Usage, Failed, HostExitCode::Usage, "usage", "See \"velmar-upgrade --help\"." },
     { VerdictCode::CopyFailed, Failed, HostExitCode::Failed, "copy-failed", UpgradeAgain },
     { VerdictCode::DiskFull, Failed, HostExitCode::Failed, "disk-full",
       "Make room, and upgrade again; the device has installed nothing." },

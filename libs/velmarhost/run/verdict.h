@@ -32,6 +32,7 @@ enum class VerdictCode {
     WorkerLost, //!< the worker process died behind the order to install
     Left, //!< the user left it to itself
     // Failed.
+    Usage, //!< wrong options, or a file named by an option cannot be used
     CopyFailed, //!< the package cannot be copied
     DiskFull,
     PackageRefused, //!< the package breaks a rule

@@ -1,0 +1,91 @@
+#include "show/jsonevents.h"
+
+#include "show/printable.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+#include <utility>
+
+namespace Velmar::Host {
+
+namespace {
+
+constexpr int Schema = 1;
+constexpr int NameLength = 80; // of a part of the device, in characters
+constexpr int CodeLength = 40;
+
+QJsonArray partsToJson(const std::vector<PartProgress> &parts)
+{
+    QJsonArray array;
+    for (const auto &part : parts)
+        array.append(QJsonObject { { "name", printable(part.name, NameLength) },
+                                   { "percent", qBound(0, part.percent, 100) },
+                                   { "state", printable(part.state, NameLength) } });
+    return array;
+}
+
+void insertPlace(QJsonObject &object, const RunEvent &event)
+{
+    if (event.place <= 0)
+        return;
+    object.insert("phase", phaseWord(event.phase));
+    object.insert("place", event.place);
+    object.insert("places", event.places);
+}
+
+void insertProgress(QJsonObject &object, const RunEvent &event)
+{
+    if (event.percent)
+        object.insert("percent", qBound(0, *event.percent, 99));
+    if (event.bytesSent >= 0)
+        object.insert("bytesSent", event.bytesSent);
+    if (event.bytesTotal >= 0)
+        object.insert("bytesTotal", event.bytesTotal);
+    if (!event.parts.empty())
+        object.insert("parts", partsToJson(event.parts));
+}
+
+} // namespace
+
+JsonEvents::JsonEvents(const QString &runId, std::function<void(const QByteArray &)> write)
+    : m_runId(runId)
+    , m_write(std::move(write))
+{
+}
+
+void JsonEvents::take(const RunEvent &event)
+{
+    if (m_isEnded)
+        return;
+    ++m_sequence;
+    QJsonObject object {
+        { "schema", Schema },
+        { "run", m_runId },
+        { "seq", m_sequence },
+        { "time", event.time.toUTC().toString(Qt::ISODateWithMs) },
+        { "event", runEventWord(event.kind) },
+    };
+    insertPlace(object, event);
+    insertProgress(object, event);
+    if (event.silence.count() > 0)
+        object.insert("silenceSeconds", qint64(event.silence.count()));
+    QString code = event.code;
+    QString text = event.text;
+    QJsonObject data = event.data;
+    if (event.summary) {
+        m_isEnded = true;
+        code = verdictWord(event.summary->verdict.code);
+        text = event.summary->verdict.sentence;
+        data = event.summary->toJson();
+    }
+    if (!code.isEmpty())
+        object.insert("code", printable(code, CodeLength));
+    if (!text.isEmpty())
+        object.insert("text", printable(text));
+    if (!data.isEmpty())
+        object.insert("data", data);
+    m_write(printableJson(QJsonDocument(object).toJson(QJsonDocument::Compact)) + '\n');
+}
+
+} // namespace Velmar::Host
