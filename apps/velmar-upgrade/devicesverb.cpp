@@ -45,46 +45,24 @@ QMap<QString, SSProxy::DiscoveredDevice> findDevices(const DeviceAddress &target
 
 } // namespace
 
-HostExitCode devicesVerb(const QStringList &arguments)
+HostExitCode devicesVerb(const CommandLine &options)
 {
-    CommandLine options(QStringLiteral("devices [options]"),
-                        QStringLiteral("Looks for devices on the network and lists those that "
-                                       "answer."));
-    options.addOption(QStringLiteral("probe-address"),
-                      QStringLiteral("Numeric address to ask: that of one device or a broadcast "
-                                     "address, with the UDP port unless that is %1; the whole "
-                                     "network unless set.")
-                          .arg(SSProxy::DefaultProbePort),
-                      QStringLiteral("ADDRESS[:PORT]"), QStringLiteral("255.255.255.255"));
-    options.addOption(QStringLiteral("wait"),
-                      QStringLiteral("Time for the devices to answer, from 1 to 60000; 2000 unless "
-                                     "set."),
-                      QStringLiteral("MS"), QStringLiteral("2000"));
-    options.addCatalogue();
-    options.addOption(QStringLiteral("json"), QStringLiteral("Write one JSON array."));
-    options.addVerbose();
-    if (const auto code = options.parse(arguments))
-        return *code;
     QString errorText;
-    const auto option = QStringLiteral("probe-address");
     const auto target =
-        DeviceAddress::parse(options.value(option), SSProxy::DefaultProbePort, errorText);
+        DeviceAddress::parse(options.value("probe-address"), SSProxy::DefaultProbePort, errorText);
     if (!target)
         return complain(HostExitCode::Usage, QStringLiteral("--probe-address: ") + errorText);
     if (QHostAddress(target->host).isNull())
         return complain(HostExitCode::Usage,
                         QStringLiteral("--probe-address: \"%1\" is no numeric address")
                             .arg(printable(target->host)));
-    const auto waitMs = options.number(QStringLiteral("wait"), 1, 60000);
-    if (!waitMs)
-        return HostExitCode::Usage;
-    const LogCapture log(options.isSet(QStringLiteral("verbose")) ? printLogLine : nullptr);
+    const LogCapture log(options.isSet("verbose") ? printLogLine : nullptr);
     const auto catalogue = useCatalogue(options);
     if (!catalogue)
         return HostExitCode::Usage;
     const ModelNames names(*catalogue);
 
-    const auto devices = findDevices(*target, *waitMs);
+    const auto devices = findDevices(*target, static_cast<int>(options.number("wait")));
     QJsonArray array;
     QString text;
     for (auto device = devices.cbegin(); device != devices.cend(); ++device) {
@@ -98,9 +76,8 @@ HostExitCode devicesVerb(const QStringList &arguments)
                          printable(names.describe(device->modelId)).leftJustified(20),
                          printable(device->serial).leftJustified(16), printable(device->name));
     }
-    print(options.isSet(QStringLiteral("json"))
-              ? QString::fromUtf8(printableJson(QJsonDocument(array).toJson()))
-              : text);
+    print(options.isSet("json") ? QString::fromUtf8(printableJson(QJsonDocument(array).toJson()))
+                                : text);
     if (devices.isEmpty()) {
         complain(HostExitCode::Unreachable,
                  QStringLiteral("No device has answered at %1. Check the network, or name a "

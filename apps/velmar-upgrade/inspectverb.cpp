@@ -52,8 +52,7 @@ QJsonObject deviceObject(const DeviceSession &session, const DeviceAddress &addr
 HostExitCode inspectImageFile(const QString &path, const CommandLine &options,
                               const LogCapture &log)
 {
-    const auto address =
-        options.isSet(QStringLiteral("device")) ? options.deviceAddress() : std::nullopt;
+    const auto address = options.isSet("device") ? options.deviceAddress() : std::nullopt;
     if (!address)
         return complain(HostExitCode::Usage,
                         QStringLiteral("An image configuration file is read against a device. Add "
@@ -71,32 +70,16 @@ HostExitCode inspectImageFile(const QString &path, const CommandLine &options,
 
 } // namespace
 
-HostExitCode inspectVerb(const QStringList &arguments)
+HostExitCode inspectVerb(const CommandLine &options)
 {
-    CommandLine options(
-        QStringLiteral("inspect PACKAGE [options]"),
-        QStringLiteral("Shows the units, sections and files of a package and, with\n"
-                       "--device or --model, what of it fits."));
-    options.addArgument(QStringLiteral("PACKAGE"),
-                        QStringLiteral("A package folder, or an image configuration file."));
-    options.addDevice();
-    options.addOption(QStringLiteral("model"),
-                      QStringLiteral("Match with the main control of this model, by its name or "
-                                     "number, in place of a device. Cards need a device."),
-                      QStringLiteral("MODEL"));
-    options.addCatalogue();
-    options.addOption(QStringLiteral("json"), QStringLiteral("Write one JSON object."));
-    options.addVerbose();
-    if (const auto code = options.parse(arguments))
-        return *code;
-
-    const bool hasDevice = options.isSet(QStringLiteral("device"));
-    const bool hasModel = options.isSet(QStringLiteral("model"));
-    if (hasDevice && hasModel)
+    const bool hasModel = options.isSet("model");
+    // A device of the settings gives way to a model of the command line.
+    const bool hasDevice = options.isSet("device") && !hasModel;
+    if (options.isGiven("device") && hasModel)
         return complain(
             HostExitCode::Usage,
             QStringLiteral("--device and --model exclude each other. Give one of them"));
-    const LogCapture log(options.isSet(QStringLiteral("verbose")) ? printLogLine : nullptr);
+    const LogCapture log(options.isSet("verbose") ? printLogLine : nullptr);
     const auto catalogue = useCatalogue(options);
     if (!catalogue)
         return HostExitCode::Usage;
@@ -129,7 +112,7 @@ HostExitCode inspectVerb(const QStringList &arguments)
               deviceObject(*session, *address, names), true },
             offeredParts(parse.units(), *session->device()));
     } else if (hasModel) {
-        const auto modelText = options.value(QStringLiteral("model"));
+        const auto modelText = options.value("model");
         const auto model = names.findDeviceModel(modelText);
         if (!model)
             return complain(
@@ -144,6 +127,6 @@ HostExitCode inspectVerb(const QStringList &arguments)
         report.setFitting({ names.describe(*model), modelObject(*model, names), false },
                           offeredParts(parse.units(), *config));
     }
-    print(options.isSet(QStringLiteral("json")) ? QString::fromUtf8(report.json()) : report.text());
+    print(options.isSet("json") ? QString::fromUtf8(report.json()) : report.text());
     return code;
 }

@@ -29,59 +29,16 @@ using namespace Velmar::Host;
 
 namespace {
 
-const auto Section = QStringLiteral("section");
-const auto Card = QStringLiteral("card");
-const auto Road = QStringLiteral("road");
-const auto NativeRoad = QStringLiteral("native");
+constexpr const char *Section = "section";
+constexpr const char *Card = "card";
+constexpr const char *Road = "road";
+constexpr const char *File = "file";
+constexpr const char *Compatibility = "compatibility";
+constexpr const char *HttpHost = "http-host";
+constexpr const char *StallTimeout = "stall-timeout";
+
 const auto RegisterRoad = QStringLiteral("registers");
 const auto HttpRoad = QStringLiteral("http");
-const auto File = QStringLiteral("file");
-const auto Compatibility = QStringLiteral("compatibility");
-const auto HttpHost = QStringLiteral("http-host");
-const auto StallTimeout = QStringLiteral("stall-timeout");
-
-void describeOptions(CommandLine &options)
-{
-    options.addArgument(QStringLiteral("PACKAGE"), QStringLiteral("The package folder."));
-    options.addDevice();
-    options.addOption(Section, QStringLiteral("Upgrade sections of this name alone. Repeatable."),
-                      QStringLiteral("NAME"));
-    options.addOption(Card,
-                      QStringLiteral("Upgrade the card in this slot alone; \"main\" is the main "
-                                     "control. Repeatable."),
-                      QStringLiteral("SLOT"));
-    options.addOption(Road,
-                      QStringLiteral("How the device gets its firmware: \"%1\", \"%3\" for the "
-                                     "device's HTTP service, or \"%2\" for the main control's MCU "
-                                     "register by register; %1 unless set.")
-                          .arg(NativeRoad, RegisterRoad, HttpRoad),
-                      QStringLiteral("ROAD"), NativeRoad);
-    options.addOption(
-        File,
-        QStringLiteral("With --road http: the image to upload; built of what is chosen unless "
-                       "set."),
-        QStringLiteral("FILE"));
-    options.addOption(Compatibility,
-                      QStringLiteral("With --road http: let the device's version decide on the "
-                                     "generation of its service; the newer one otherwise."));
-    options.addOption(HttpHost,
-                      QStringLiteral("With --road http: host of the service, which listens on port "
-                                     "8080; the device's unless set."),
-                      QStringLiteral("HOST"));
-    options.addOption(
-        StallTimeout,
-        QStringLiteral("With --road http: give up when nothing is heard of the device "
-                       "for so long, from 1 to 86400; 60 unless set."),
-        QStringLiteral("SECONDS"), QStringLiteral("60"));
-    options.addOption(QStringLiteral("yes"), QStringLiteral("Do not ask before the upgrade."));
-    options.addTimeout();
-    options.addOption(QStringLiteral("key-file"),
-                      QStringLiteral("Key of the enciphered files, in place of the demonstration "
-                                     "key."),
-                      QStringLiteral("FILE"));
-    options.addCatalogue();
-    options.addVerbose();
-}
 
 QString choiceText(const Selection &selection, const DeviceSession &session,
                    const DeviceAddress &address, const ModelNames &names)
@@ -105,20 +62,16 @@ bool isUsageError(const QString &sentence)
 bool isRoadInOrder(const CommandLine &options)
 {
     const auto road = options.value(Road);
-    const bool isHttp = road == HttpRoad;
-    if (!isHttp && road != NativeRoad && road != RegisterRoad)
-        return !isUsageError(
-            QStringLiteral("--road: there is no road \"%1\". There are: %2, %3, %4")
-                .arg(printable(road), NativeRoad, HttpRoad, RegisterRoad));
     if (road == RegisterRoad && (options.isSet(Section) || options.isSet(Card)))
         return !isUsageError(
             QStringLiteral("Nothing but the main control's MCU goes register by register. Leave "
                            "--section and --card out"));
-    for (const auto &option : { File, Compatibility, HttpHost, StallTimeout }) {
-        if (!isHttp && options.isSet(option))
-            return !isUsageError(QStringLiteral("--%1 is for --road http alone").arg(option));
+    for (const char *option : { File, Compatibility, HttpHost, StallTimeout }) {
+        if (road != HttpRoad && options.isGiven(option))
+            return !isUsageError(
+                QStringLiteral("--%1 is for --road http alone").arg(QLatin1String(option)));
     }
-    return !isHttp || options.number(StallTimeout, 1, 86400);
+    return true;
 }
 
 /*! Chooses for the road of \a options what of \a units fits; tells the error if that is nothing. */
@@ -158,29 +111,24 @@ bool buildImage(ImageBuild &image, std::chrono::milliseconds timeLimit, LogCaptu
 
 } // namespace
 
-HostExitCode runVerb(const QStringList &arguments)
+HostExitCode runVerb(const CommandLine &options)
 {
-    CommandLine options(
-        QStringLiteral("run PACKAGE --device HOST[:PORT] [options]"),
-        QStringLiteral(
-            "Upgrades a device with all that fits it of a package, or with the sections\n"
-            "and cards that are named, and restarts it."));
-    describeOptions(options);
-    if (const auto code = options.parse(arguments))
-        return *code;
+    if (options.argument().isEmpty())
+        return complain(HostExitCode::Usage,
+                        QStringLiteral("PACKAGE is missing. See velmar-upgrade run --help"));
     const auto address = options.deviceAddress();
     if (!address)
         return HostExitCode::Usage;
     const auto timeLimit = options.timeLimit();
-    if (!timeLimit || !isRoadInOrder(options))
+    if (!isRoadInOrder(options))
         return HostExitCode::Usage;
-    const bool isAgreed = options.isSet(QStringLiteral("yes"));
+    const bool isAgreed = options.isSet("yes");
     if (!isAgreed && !isInteractive())
         return complain(
             HostExitCode::Usage,
             QStringLiteral("Nobody can be asked: the input is no terminal. Add --yes to "
                            "upgrade without a question"));
-    const bool isVerbose = options.isSet(QStringLiteral("verbose"));
+    const bool isVerbose = options.isSet("verbose");
     LogCapture log(isVerbose ? printLogLine : nullptr);
     const auto catalogue = useCatalogue(options);
     if (!catalogue || !useKeyFile(options))
@@ -197,7 +145,7 @@ HostExitCode runVerb(const QStringList &arguments)
     if (!session)
         return HostExitCode::Unreachable;
     PackageParse parse(path);
-    if (!finishParse(parse, std::nullopt, *timeLimit, log))
+    if (!finishParse(parse, std::nullopt, timeLimit, log))
         return HostExitCode::PackageRefused;
 
     Selection selection;
@@ -209,7 +157,7 @@ HostExitCode runVerb(const QStringList &arguments)
         return complain(HostExitCode::Interrupted, QStringLiteral("The device stays as it was"));
 
     log.clear(); // what the parse logged is no cause of what the run does
-    const auto rest = std::max(*timeLimit - spent, std::chrono::milliseconds(1));
+    const auto rest = std::max(timeLimit - spent, std::chrono::milliseconds(1));
     if (options.value(Road) == RegisterRoad) {
         RegisterRun run(session->device()->link(), registerParts(selection));
         return supervise(
@@ -225,7 +173,7 @@ HostExitCode runVerb(const QStringList &arguments)
                       session->device()->modelId(), selection.cardInfoParts(),
                       options.isSet(File) ? libraryPath(options.value(File)) : image.imagePath(),
                       options.isSet(HttpHost) ? options.value(HttpHost) : address->host });
-        const std::chrono::seconds stallLimit(*options.number(StallTimeout, 1, 86400));
+        const std::chrono::seconds stallLimit(options.number(StallTimeout));
         return supervise(
             run, [&] { run.start(rest, stallLimit); }, httpRoadTexts(), isVerbose, log);
     }

@@ -15,7 +15,7 @@ using namespace Velmar::Host;
 
 std::optional<BizModel::Catalogue> useCatalogue(const CommandLine &options)
 {
-    const auto option = QStringLiteral("catalogue");
+    constexpr const char *option = "catalogue";
     if (!options.isSet(option))
         return BizModel::Catalogue::builtin();
     QString errorText;
@@ -29,7 +29,7 @@ std::optional<BizModel::Catalogue> useCatalogue(const CommandLine &options)
 
 bool useKeyFile(const CommandLine &options)
 {
-    const auto option = QStringLiteral("key-file");
+    constexpr const char *option = "key-file";
     if (!options.isSet(option))
         return true;
     TZ::CryptKey key;

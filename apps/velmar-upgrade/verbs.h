@@ -1,15 +1,14 @@
 #ifndef VELMARUPGRADE_VERBS_H
 #define VELMARUPGRADE_VERBS_H
 
+#include "commandline.h"
 #include "process/hostexitcode.h"
 
-#include <QStringList>
+// One function for each verb.
 
-// One function for each verb; \a arguments are the words behind it.
-
-Velmar::Host::HostExitCode inspectVerb(const QStringList &arguments);
-Velmar::Host::HostExitCode runVerb(const QStringList &arguments);
-Velmar::Host::HostExitCode watchVerb(const QStringList &arguments);
-Velmar::Host::HostExitCode devicesVerb(const QStringList &arguments);
+Velmar::Host::HostExitCode inspectVerb(const CommandLine &options);
+Velmar::Host::HostExitCode runVerb(const CommandLine &options);
+Velmar::Host::HostExitCode watchVerb(const CommandLine &options);
+Velmar::Host::HostExitCode devicesVerb(const CommandLine &options);
 
 #endif // VELMARUPGRADE_VERBS_H

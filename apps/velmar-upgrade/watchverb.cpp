@@ -68,29 +68,13 @@ ToldProgress askForProgress(const std::shared_ptr<BizModel::Device> &device)
 
 } // namespace
 
-HostExitCode watchVerb(const QStringList &arguments)
+HostExitCode watchVerb(const CommandLine &options)
 {
-    CommandLine options(
-        QStringLiteral("watch --device HOST[:PORT] [options]"),
-        QStringLiteral(
-            "Watches an installation that is running on a device, for instance because the\n"
-            "host that began it was left.\n\nAt the end of the installation, be it good or "
-            "bad, the device is restarted, as at\nthe end of every upgrade."));
-    options.addDevice();
-    options.addOption(QStringLiteral("restart"),
-                      QStringLiteral("Restart also a device whose installation has ended before."));
-    options.addTimeout();
-    options.addCatalogue();
-    options.addVerbose();
-    if (const auto code = options.parse(arguments))
-        return *code;
     const auto address = options.deviceAddress();
     if (!address)
         return HostExitCode::Usage;
     const auto timeLimit = options.timeLimit();
-    if (!timeLimit)
-        return HostExitCode::Usage;
-    const bool isVerbose = options.isSet(QStringLiteral("verbose"));
+    const bool isVerbose = options.isSet("verbose");
     LogCapture log(isVerbose ? printLogLine : nullptr);
     if (!useCatalogue(options))
         return HostExitCode::Usage;
@@ -104,7 +88,7 @@ HostExitCode watchVerb(const QStringList &arguments)
     // On a thread, since a device that does not answer is asked again and again, and longer than
     // the time limit may be.
     auto answer = std::async(std::launch::async, askForProgress, session->device());
-    if (answer.wait_for(*timeLimit) != std::future_status::ready) {
+    if (answer.wait_for(timeLimit) != std::future_status::ready) {
         complain(HostExitCode::Unconfirmed,
                  QStringLiteral("The time limit has passed. %1")
                      .arg(texts.leaving(DeviceRun::Stage::Installing)));
@@ -117,12 +101,11 @@ HostExitCode watchVerb(const QStringList &arguments)
             QStringLiteral("The device does not tell its progress: %1. Check that it is "
                            "switched on, and try again")
                 .arg(printable(told.errorText)));
-    if (const auto code =
-            endWithoutWatching(told.progress.result, options.isSet(QStringLiteral("restart"))))
+    if (const auto code = endWithoutWatching(told.progress.result, options.isSet("restart")))
         return *code;
 
     log.clear(); // what went before is no cause of how the watching ends
-    const auto timeLeft = std::max(*timeLimit - std::chrono::milliseconds(watched.elapsed()),
+    const auto timeLeft = std::max(timeLimit - std::chrono::milliseconds(watched.elapsed()),
                                    std::chrono::milliseconds(0));
     UpgradeRun run({ session->device(), {}, {}, {}, {} });
     return supervise(

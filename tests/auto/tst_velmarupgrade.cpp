@@ -6,6 +6,7 @@
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QTcpServer>
+#include <QTemporaryDir>
 #include <QUdpSocket>
 #include <QtTest>
 
@@ -26,10 +27,13 @@ class tst_VelmarUpgrade : public QObject
     Q_OBJECT
 
     PackageBuilder m_package;
+    QTemporaryDir m_configuration;
 
 private Q_SLOTS:
     void initTestCase()
     {
+        QVERIFY(m_configuration.isValid());
+        qputenv("XDG_CONFIG_HOME", m_configuration.path().toLocal8Bit()); // nobody's settings
         QVERIFY(m_package.index({ "main", "card", "gone\u009b31m" }));
         QVERIFY(m_package.unit("main", "ModuleID='7701' StepType='0' Version='3.2.1.0'",
                                "<FileInfo FileLabel='MCU' FileName='mcu.bin'/>"
@@ -58,12 +62,13 @@ private Q_SLOTS:
 
         QTest::newRow("program") << QStringList { "--help" }
                                  << "Usage: velmar-upgrade VERB [options]"
-                                 << QStringList { "inspect", "run", "watch", "devices" };
+                                 << QStringList { "inspect", "run",      "watch",  "devices",
+                                                  "plan",    "versions", "status", "report" };
         QTest::newRow("short option")
             << QStringList { "-h" } << "Usage: velmar-upgrade VERB [options]" << QStringList {};
         QTest::newRow("inspect") << QStringList { "inspect", "--help" }
                                  << "Usage: velmar-upgrade inspect PACKAGE [options]"
-                                 << QStringList { "--device <HOST[:PORT]>", "--model", "--json",
+                                 << QStringList { "--device HOST[:PORT]", "--model", "--json",
                                                   "--catalogue", "--verbose" };
         QTest::newRow("run") << QStringList { "run", "-h" }
                              << "Usage: velmar-upgrade run PACKAGE --device HOST[:PORT] [options]"
@@ -72,7 +77,7 @@ private Q_SLOTS:
                                               "--catalogue", "restarts it" };
         QTest::newRow("watch") << QStringList { "watch", "--help" }
                                << "Usage: velmar-upgrade watch --device HOST[:PORT] [options]"
-                               << QStringList { "the device is restarted, as at", "--restart" };
+                               << QStringList { "the device is restarted, as", "--restart" };
         QTest::newRow("devices") << QStringList { "devices", "--help" }
                                  << "Usage: velmar-upgrade devices [options]"
                                  << QStringList { "--probe-address", "--wait", "--json" };
@@ -97,6 +102,7 @@ private Q_SLOTS:
         QFile manual(QStringLiteral(VELMAR_DOCS "/velmar-upgrade.md"));
         QVERIFY(manual.open(QIODevice::ReadOnly));
         const auto sections = QString::fromUtf8(manual.readAll()).split("\n## ");
+        const QStringList common { "help", "verbose", "quiet", "log-file", "no-config" };
         for (const QString verb : { "inspect", "run", "watch", "devices" }) {
             const auto found =
                 std::find_if(sections.cbegin(), sections.cend(), [&verb](const QString &section) {
@@ -108,7 +114,7 @@ private Q_SLOTS:
             QVERIFY(options.hasNext());
             while (options.hasNext()) {
                 const auto option = options.next().captured(1);
-                const bool isCommon = option == "help" || option == "verbose";
+                const bool isCommon = common.contains(option);
                 QVERIFY2(isCommon || found->contains("`--" + option), qPrintable(verb + option));
             }
         }
@@ -132,11 +138,13 @@ private Q_SLOTS:
         row("verb with control characters", { "a\x1b" }, 2,
             "There is no verb \"a\\x1b\". See velmar-upgrade --help");
         row("unknown option", { "run", package, "--nonsense" }, 2,
-            "Unknown option 'nonsense'. See velmar-upgrade run --help");
+            "There is no option \"--nonsense\". See velmar-upgrade run --help");
         row("option without its value", { "watch", "--device" }, 2,
-            "Missing value after '--device'. See velmar-upgrade watch --help");
+            "--device needs a value, HOST[:PORT]. See velmar-upgrade watch --help");
         row("no package", { "inspect" }, 2,
-            "No package is named. See velmar-upgrade inspect --help");
+            "PACKAGE is missing. See velmar-upgrade inspect --help");
+        row("run without a package", { "run", "--device", "wall" }, 2,
+            "PACKAGE is missing. See velmar-upgrade run --help");
         row("two packages", { "inspect", package, "other" }, 2,
             "Unexpected argument \"other\". See velmar-upgrade inspect --help");
         row("argument for a verb without", { "devices", "wall" }, 2,
@@ -148,11 +156,11 @@ private Q_SLOTS:
         row("bad port", { "watch", "--device", "wall:port" }, 2,
             "--device: \"port\" is no port: give a number from 1 to 65535");
         row("time limit 0", { "run", package, "--device", "wall", "--timeout", "0" }, 2,
-            "--timeout: \"0\" is no number from 1 to 86400");
+            "--timeout: \"0\" is no number from 1 to 86400. See velmar-upgrade run --help");
         row("time limit beyond a day", { "watch", "--device", "wall", "--timeout", "86401" }, 2,
-            "--timeout: \"86401\" is no number from 1 to 86400");
+            "--timeout: \"86401\" is no number from 1 to 86400. See velmar-upgrade watch --help");
         row("unknown road", { "run", package, "--device", "wall", "--road", "sea" }, 2,
-            "--road: there is no road \"sea\". There are: native, http, registers");
+            "--road: \"sea\" is none of native, http, registers. See velmar-upgrade run --help");
         row("image for another road", { "run", package, "--device", "wall", "--file", "x" }, 2,
             "--file is for --road http alone");
         row("compatibility for another road",
@@ -161,7 +169,8 @@ private Q_SLOTS:
         row("stall limit that is none",
             { "run", package, "--device", "wall", "--road", "http", "--file", "x",
               "--stall-timeout", "0" },
-            2, "--stall-timeout: \"0\" is no number from 1 to 86400");
+            2,
+            "--stall-timeout: \"0\" is no number from 1 to 86400. See velmar-upgrade run --help");
         row("section on the register road",
             { "run", package, "--device", "wall", "--road", "registers", "--section", "MCU" }, 2,
             "Nothing but the main control's MCU goes register by register. Leave --section and "
@@ -197,7 +206,7 @@ private Q_SLOTS:
         row("probe of no address", { "devices", "--probe-address", ":1" }, 2,
             "--probe-address: \":1\" is no address: give HOST or HOST:PORT");
         row("no time to wait", { "devices", "--wait", "0" }, 2,
-            "--wait: \"0\" is no number from 1 to 60000");
+            "--wait: \"0\" is no number from 1 to 60000. See velmar-upgrade devices --help");
     }
     void errors()
     {
