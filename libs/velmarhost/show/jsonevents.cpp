@@ -25,15 +25,6 @@ QJsonArray partsToJson(const std::vector<PartProgress> &parts)
     return array;
 }
 
-void insertPlace(QJsonObject &object, const RunEvent &event)
-{
-    if (event.place <= 0)
-        return;
-    object.insert("phase", phaseWord(event.phase));
-    object.insert("place", event.place);
-    object.insert("places", event.places);
-}
-
 void insertProgress(QJsonObject &object, const RunEvent &event)
 {
     if (event.percent)
@@ -44,6 +35,13 @@ void insertProgress(QJsonObject &object, const RunEvent &event)
         object.insert("bytesTotal", event.bytesTotal);
     if (!event.parts.empty())
         object.insert("parts", partsToJson(event.parts));
+}
+
+void insertSummary(QJsonObject &object, const RunSummary &summary)
+{
+    object.insert("code", verdictWord(summary.verdict.code));
+    object.insert("text", printable(summary.verdict.sentence));
+    object.insert("data", summary.toJson());
 }
 
 } // namespace
@@ -66,25 +64,34 @@ void JsonEvents::take(const RunEvent &event)
         { "time", event.time.toUTC().toString(Qt::ISODateWithMs) },
         { "event", runEventWord(event.kind) },
     };
-    insertPlace(object, event);
-    insertProgress(object, event);
-    if (event.silence.count() > 0)
-        object.insert("silenceSeconds", qint64(event.silence.count()));
-    QString code = event.code;
-    QString text = event.text;
-    QJsonObject data = event.data;
-    if (event.summary) {
-        m_isEnded = true;
-        code = verdictWord(event.summary->verdict.code);
-        text = event.summary->verdict.sentence;
-        data = event.summary->toJson();
+    if (event.place > 0) {
+        object.insert("phase", phaseWord(event.phase));
+        object.insert("place", event.place);
+        object.insert("places", event.places);
     }
-    if (!code.isEmpty())
-        object.insert("code", printable(code, CodeLength));
-    if (!text.isEmpty())
-        object.insert("text", printable(text));
-    if (!data.isEmpty())
-        object.insert("data", data);
+    if (!event.code.isEmpty())
+        object.insert("code", printable(event.code, CodeLength));
+    object.insert("text", printable(event.text));
+
+    switch (event.kind) {
+    case RunEvent::Kind::Phase:
+        if (event.silence.count() > 0)
+            object.insert("silenceSeconds", qint64(event.silence.count()));
+        break;
+    case RunEvent::Kind::Progress:
+        insertProgress(object, event);
+        break;
+    case RunEvent::Kind::Message:
+    case RunEvent::Kind::Log:
+        break;
+    case RunEvent::Kind::Plan:
+        object.insert("data", event.data);
+        break;
+    case RunEvent::Kind::Verdict:
+        insertSummary(object, event.summary.value_or(RunSummary()));
+        m_isEnded = true;
+        break;
+    }
     m_write(printableJson(QJsonDocument(object).toJson(QJsonDocument::Compact)) + '\n');
 }
 

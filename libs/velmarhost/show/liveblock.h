@@ -13,8 +13,7 @@ namespace Velmar::Host {
 /*!
     A few lines at the bottom of a terminal that are drawn again in place.
 
-    Lines must be safe to show; they are cut to the width of the terminal, and a block that is
-    higher than the terminal loses its last lines but one. Other output has to go through above().
+    Lines must be safe to show and fit the terminal. Other output has to go through above().
 */
 class LiveBlock
 {
@@ -25,18 +24,15 @@ public:
     /*! Shows \a lines in place of those shown; an unchanged block is not drawn. */
     void show(const QStringList &lines);
 
-    /*! Takes the block away, has \a print write, and shows the block again below. */
+    /*! Takes the block away, has \a print write whole lines, and shows the block again below. */
     void above(const std::function<void()> &print);
 
     /*! Leaves the block where it stands, with a line break behind it. */
     void close();
 
-    /*! Takes the block away. */
-    void clear();
-
 private:
-    QString eraser() const;
-    QStringList cut(const QStringList &lines) const;
+    QString toFirstRow() const;
+    void draw(const QString &before);
 
     const OutputStyle m_style;
     const std::function<void(const QString &)> m_write;

@@ -17,6 +17,10 @@ OutputStyle OutputStyle::of(std::FILE *stream)
         winsize size {};
         return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? int(size.ws_col) : 80;
     };
+    style.rows = [descriptor] {
+        winsize size {};
+        return ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_row > 0 ? int(size.ws_row) : 24;
+    };
     return style;
 }
 

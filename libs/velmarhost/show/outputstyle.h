@@ -13,6 +13,9 @@ struct OutputStyle {
     std::function<int()> columns = [] {
         return 80;
     }; //!< width of the terminal at present
+    std::function<int()> rows = [] {
+        return 24;
+    }; //!< height of the terminal at present
 
     /*! The style for \a stream, from the stream itself and from NO_COLOR and TERM. */
     static OutputStyle of(std::FILE *stream);

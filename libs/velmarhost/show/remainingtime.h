@@ -1,6 +1,8 @@
 #ifndef VELMARHOST_REMAININGTIME_H
 #define VELMARHOST_REMAININGTIME_H
 
+#include <QtGlobal>
+
 #include <chrono>
 #include <deque>
 #include <optional>
@@ -10,9 +12,9 @@ namespace Velmar::Host {
 /*!
     Tells how long something that moves from 0 to 1 will still take, as long as that can be foretold.
 
-    It looks at the last 20 seconds. A forecast is made if at least 5 of them are known, if the
+    It looks at the steps of the last 20 seconds, or the last four. A forecast is made if at least 5 of them are known, if the
     rates of their first and their second half differ by at most a quarter of the greater one, and
-    if the next step is not overdue by more than twice the longest wait so far. Otherwise there is
+    if the last step is not longer ago than twice the longest wait between two. Otherwise there is
     none: no number is better than one that jumps.
 */
 class RemainingTime

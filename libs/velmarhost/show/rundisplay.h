@@ -3,23 +3,26 @@
 
 #include "show/liveblock.h"
 #include "show/outputstyle.h"
+#include "show/phasedurations.h"
 #include "show/remainingtime.h"
 #include "show/runevent.h"
 
 #include <QString>
+#include <QStringList>
 
+#include <chrono>
 #include <functional>
-#include <optional>
 
 namespace Velmar::Host {
 
 /*! How a RunDisplay shows a run. */
 struct RunDisplayOptions {
     OutputStyle style; //!< of standard output
-    bool isQuiet = false; //!< only the verdict, and errors
+    bool coloursErrors = false; //!< standard error is a terminal that may be coloured
+    bool isQuiet = false; //!< only warnings and the verdict
     bool isVerbose = false; //!< log lines, too
     QString programName = QStringLiteral("velmar-upgrade"); //!< before the sentence of a bad end
-    std::function<std::chrono::milliseconds()> clock; //!< monotonic; empty: the system's
+    std::function<std::chrono::milliseconds()> clock = monotonicTime;
 };
 
 /*!
@@ -27,23 +30,25 @@ struct RunDisplayOptions {
 
     On a terminal the present phase is a block of lines at the bottom, redrawn in place: its place
     among the phases, a bar where the percentage is known, bytes, the time it has taken, the time
-    that remains while that can be told (see RemainingTime), how long the silence may last when
-    there is no news, and a line for each part of the device. Messages scroll by above it.
-    Elsewhere there is a line when the phase, the tenth of its percentage or the state of a part
-    changes, so that a log stays short.
+    that remains while that can be told (see RemainingTime), how long it may be silent when there is
+    no news, and a line for each part of the device. Messages scroll by above it. Elsewhere there is
+    a line when the phase, the tenth of its percentage or the state of a part changes, so that a log
+    stays short.
 
-    The verdict and warnings go to the error stream unless the run is confirmed. All texts are made
-    printable here. For one thread.
+    Warnings, log lines, and the verdict of a run that is not confirmed go to standard error. All
+    texts are made printable here. For one thread.
 */
 class RunDisplay final : public RunEventSink
 {
 public:
     using Writer = std::function<void(const QString &text)>;
 
-    /*! \a write and \a writeError take what standard output and standard error are to get, at once;
-        each is called with whole updates. */
+    /*! \a write and \a writeError take what standard output and standard error are to get at
+        once. */
     RunDisplay(RunDisplayOptions options, Writer write, Writer writeError);
-    ~RunDisplay() override; // the block stays as it is
+
+    /*! Leaves the block as it stands. */
+    ~RunDisplay() override;
 
     void take(const RunEvent &event) override;
 
@@ -54,8 +59,41 @@ public:
     void message(const QString &text);
 
     /*! Ends the block where it stands, so that others may write below it; it begins anew with the
-        next event. */
+        next event or refresh(). */
     void close();
+
+private:
+    using Time = std::chrono::milliseconds;
+
+    void takePhase(const RunEvent &event);
+    void takeProgress(const RunEvent &event);
+    void takeVerdict(const RunSummary &summary);
+    void begin(const RunEvent &event);
+    void finish();
+    void leave();
+    void print(const Writer &writer, const QString &line);
+
+    // Lines of the block, and of a log.
+    void redraw();
+    QStringList block(Time now) const;
+    QString head() const;
+    QString headLine(Time now) const;
+    QString silenceText(Time now) const;
+    QStringList partLines(int maximum) const;
+    void logProgress(const std::vector<PartProgress> &previous);
+    QString logLine() const;
+
+    const RunDisplayOptions m_options;
+    const Writer m_write;
+    const Writer m_writeError;
+    LiveBlock m_block;
+
+    RunEvent m_now; // the present phase, with the latest of each figure
+    bool m_isInPhase = false;
+    Time m_begin { 0 }; // of the phase
+    Time m_lastNews { 0 };
+    int m_tenth = -1; // of the percentage, as logged last
+    RemainingTime m_remaining;
 };
 
 } // namespace Velmar::Host
