@@ -137,11 +137,13 @@ struct Plan {
     */
     bool save(const QString &path, QString &errorText) const;
 
-    /*! Reads a file of at most 16 MiB as strictly as fromJson(); keys may not occur twice. */
+    /*! Reads a file of at most 64 MiB as strictly as fromJson(); keys may not occur twice, and no
+        hash may be missing. */
     static std::optional<Plan> load(const QString &path, QString &errorText);
 
-    /*! Takes size and hash of each file and the digest of all from \a manifest. False, with \a
-        errorText naming it, if it lacks a file of the package. */
+    /*! Takes size and hash of each file and the digest of all from \a manifest; a file given for
+        the upload is read. False, with \a errorText naming it, if it lacks a file of the package
+        or that one cannot be read. */
     bool addHashes(const PackageManifest &manifest, QString &errorText);
 
     /*!

@@ -14,6 +14,7 @@ class Device;
 
 namespace Velmar::Host {
 
+class ModelNames;
 class PackageListing;
 
 /*! What a plan is made of. References have to last for the call. */
@@ -31,6 +32,7 @@ struct PlanOrder {
     QString serial; //!< as the device tells it
     QString name; //!< as the device tells it
     PlannedUpload upload; //!< for the HTTP road
+    const ModelNames *modelNames = nullptr; //!< for the sentences; null: models by number alone
 };
 
 /*!
