@@ -59,7 +59,7 @@ QJsonObject toObject(const InstallationRecord &installation)
         parts.append(
             QJsonObject { { "type", part.type }, { "slotId", part.slotId }, { "codes", codes } });
     }
-    return {
+    QJsonObject object {
         { "run", qint64(installation.run) },
         { "phase", phaseName(installation.phase) },
         { "result", installation.result },
@@ -68,6 +68,9 @@ QJsonObject toObject(const InstallationRecord &installation)
         { "parts", parts },
         { "sections", sections },
     };
+    if (installation.bricksIfCut)
+        object.insert(QLatin1String("bricksIfCut"), true);
+    return object;
 }
 
 /*! Reads the members of an object, each of which has to be there; remembers the first fault. */
@@ -99,6 +102,9 @@ public:
             fail(key, "a text");
         return value.toString();
     }
+
+    /*! False if it is not there. */
+    bool flag(const char *key) { return m_object.contains(QLatin1String(key)) && boolean(key); }
 
     bool boolean(const char *key)
     {
@@ -199,6 +205,7 @@ InstallationRecord readInstallation(const QJsonObject &object, QString &errorTex
     installation.result = int(reader.number("result", 1, 3));
     installation.image = readImage(reader.object("image"), errorText);
     installation.deletesImage = reader.boolean("deletesImage");
+    installation.bricksIfCut = reader.flag("bricksIfCut");
     for (const QJsonValue part : reader.array("parts"))
         installation.parts.push_back(readPart(part.toObject(), errorText));
     for (const QJsonValue value : reader.array("sections")) {
@@ -231,6 +238,10 @@ QByteArray DeviceRecord::toJson() const
     }
     if (!firmwareList.isEmpty())
         object.insert(QLatin1String("firmware"), firmwareList);
+    if (isStoring)
+        object.insert(QLatin1String("storing"), true);
+    if (isBricked)
+        object.insert(QLatin1String("bricked"), true);
     if (image)
         object.insert(QLatin1String("image"), toObject(*image));
     if (installation)
@@ -268,6 +279,8 @@ std::optional<DeviceRecord> DeviceRecord::fromJson(const QByteArray &json, QStri
             record.firmware[key] = readFileName(entry, "fileName");
         }
     }
+    record.isStoring = reader.flag("storing");
+    record.isBricked = reader.flag("bricked");
     if (object.contains(QLatin1String("image")))
         record.image = readImage(reader.object("image"), errorText);
     if (object.contains(QLatin1String("installation")))

@@ -57,6 +57,7 @@ struct InstallationRecord {
     int result = 1; //!< 1: running; 2: done; 3: failed
     ReceivedImage image;
     bool deletesImage = false; //!< once it is installed
+    bool bricksIfCut = false; //!< a stop before it is over is the end of the device
     std::vector<PartOrder> parts; //!< for the report of progress
     std::vector<SectionKey> sections; //!< those that get the image's version
 };
@@ -71,12 +72,17 @@ struct DeviceRecord {
     std::optional<InstallationRecord> installation;
     std::map<SectionKey, SectionVersions> sections;
     std::map<SectionKey, QString> firmware; //!< files of MCUs in the folder of firmware
+    bool isStoring = false; //!< firmware, and a stop before its end is the end of the device
+    bool isBricked = false; //!< the device stays away for good
 
     /*! An installation, running or bound to be completed, is not over. */
     bool isInstalling() const
     {
         return installation && installation->phase != InstallationRecord::Phase::Over;
     }
+
+    /*! A stop now is the end of the device. */
+    bool isCutFatal() const { return isStoring || (isInstalling() && installation->bricksIfCut); }
 
     /*! The image \a fileName waits to be installed, or belongs to an installation that is not
         over. */

@@ -31,9 +31,45 @@ QString valueText(const FaultDescription &description)
 
 bool readNumber(const QString &text, qint64 minimum, qint64 maximum, qint64 &number)
 {
+    // The conversion would take a sign and blanks, too.
+    const bool isOfDigits = std::all_of(text.begin(), text.end(), [](QChar letter) {
+        return letter >= QLatin1Char('0') && letter <= QLatin1Char('9');
+    });
     bool isNumber = false;
     number = text.toLongLong(&isNumber);
-    return isNumber && number >= minimum && number <= maximum;
+    return isNumber && isOfDigits && number >= minimum && number <= maximum;
+}
+
+QStringList wordList(const FaultDescription &description)
+{
+    QStringList words;
+    for (const char *word : description.words)
+        words.append(QLatin1String(word));
+    return words;
+}
+
+/*! N of \a description as \a text has it; false if it has none that the fault takes. */
+bool readValue(const FaultDescription &description, const QString &text, qint64 &value)
+{
+    if (description.words.empty())
+        return readNumber(text, description.minimum, description.maximum, value);
+    value = wordList(description).indexOf(text);
+    return value >= 0;
+}
+
+QString expectedValue(const FaultDescription &description)
+{
+    return description.words.empty()
+        ? QString::fromLatin1("a number from %1 to %2")
+              .arg(description.minimum)
+              .arg(description.maximum)
+        : QString::fromLatin1("one of %1").arg(wordList(description).join(QLatin1String(", ")));
+}
+
+QString defaultText(const FaultDescription &description)
+{
+    return description.words.empty() ? QString::number(description.defaultValue)
+                                     : wordList(description).at(int(description.defaultValue));
 }
 
 QString knownNames()
@@ -118,7 +154,7 @@ const std::vector<FaultDescription> &Faults::descriptions()
           "Answers the version command with a text that breaks off." },
         { Fault::VersionSilent, "version-silent", nullptr, 0, 0, 0,
           "Drops the connection instead of answering the version command." },
-        { Fault::HttpStatus, "http-status", "CODE", 400, 599, 500,
+        { Fault::HttpStatus, "http-status", "CODE", 201, 599, 500,
           "Answers each upload, once it has arrived, with this status and the body \"ok\", and "
           "installs nothing." },
         { Fault::HttpReset, "http-reset", "PERCENT", 0, 100, 50,
@@ -139,6 +175,65 @@ const std::vector<FaultDescription> &Faults::descriptions()
           "Answers the Nth poll and all behind it in the form of the other generation." },
         { Fault::HttpFailsAfterDone, "http-fails-after-done", nullptr, 0, 0, 0,
           "Reports result 3 to every poll behind the one that was told result 2." },
+        { Fault::EndlessDocuments,
+          "endless-documents",
+          "FORM",
+          0,
+          1,
+          0,
+          "Answers each poll with a text that has an unknown key with a list in front: one that "
+          "breaks off in the list, or one that is streamed for ever.",
+          {},
+          { "broken-off", "streamed" } },
+        { Fault::GzipBomb, "gzip-bomb", "MB", 1, 4096, 10,
+          "Answers each poll with a compressed text, which has so many megabytes of blanks in "
+          "front once it is unpacked." },
+        { Fault::PollStatus, "poll-status", "CODE", 201, 599, 302,
+          "Answers each poll with this status and its usual text." },
+        { Fault::WrongTypes, "wrong-types", nullptr, 0, 0, 0,
+          "Answers each poll with a text that has texts in place of all numbers." },
+        { Fault::AbsentKeys, "absent-keys", nullptr, 0, 0, 0,
+          "Leaves the results and the rates out of each progress text." },
+        { Fault::Brick, "brick", nullptr, 0, 0, 0,
+          "Stays away for good, also if it is started again, once it restarts or is switched off "
+          "while it installs or stores firmware." },
+        { Fault::Lie, "lie", nullptr, 0, 0, 0,
+          "Does all as it should, but installs nothing, and keeps its former firmware." },
+        { Fault::OldResult,
+          "old-result",
+          "RESULT",
+          2,
+          3,
+          2,
+          "Tells polls this result while it still installs, the first so many of them or, if that "
+          "is 0, all. Leaves the number of the installation out.",
+          { "POLLS", 0, MaxCount, 0 } },
+        { Fault::Silent,
+          "silent",
+          "FROM",
+          0,
+          4,
+          1,
+          "Answers nothing any more on any road, while connections stay: from half of a transfer "
+          "on, from half of an installation on, from its end on, from the order to restart on, "
+          "which is not carried out, or from the return from the restart on.",
+          {},
+          { "send", "install", "done", "restart", "return" } },
+        { Fault::Gone,
+          "gone",
+          "FROM",
+          0,
+          2,
+          1,
+          "Goes away for good, as if it was unplugged: at half of a transfer, at half of an "
+          "installation, or at its end.",
+          {},
+          { "send", "install", "done" } },
+        { Fault::Restarts, "restarts", "PERCENT", 0, 99, 50,
+          "Restarts by itself at this percentage of an installation, which is taken back. Happens "
+          "once." },
+        { Fault::RestartsSending, "restarts-sending", "PERCENT", 0, 99, 50,
+          "Restarts by itself when this much of a transfer has arrived. Happens once." },
     };
     return table;
 }
@@ -152,7 +247,7 @@ QString Faults::helpText()
             const bool isOptional = entry.defaultValue >= entry.minimum;
             text += QString::fromLatin1(isOptional ? "[=%1]" : "=%1").arg(valueText(entry));
             if (isOptional)
-                text += QString::fromLatin1(" (default %1)").arg(entry.defaultValue);
+                text += QString::fromLatin1(" (default %1)").arg(defaultText(entry));
         }
         text += QLatin1Char('\n') + wrapped(QLatin1String(entry.help), QStringLiteral("      "));
     }
@@ -195,11 +290,9 @@ bool Faults::add(const QString &text, QString &errorText)
                         .arg(second.maximum);
         return false;
     }
-    if (!readNumber(value.left(colon), description->minimum, description->maximum, values.first)) {
-        errorText = QString::fromLatin1("The value of the fault \"%1\" is a number from %2 to %3.")
-                        .arg(name)
-                        .arg(description->minimum)
-                        .arg(description->maximum);
+    if (!readValue(*description, value.left(colon), values.first)) {
+        errorText = QString::fromLatin1("The value of the fault \"%1\" is %2.")
+                        .arg(name, expectedValue(*description));
         return false;
     }
     m_values[description->fault] = values;

@@ -41,6 +41,18 @@ enum class Fault {
     HttpHuge,
     HttpSwitch,
     HttpFailsAfterDone,
+    EndlessDocuments,
+    GzipBomb,
+    PollStatus,
+    WrongTypes,
+    AbsentKeys,
+    Brick,
+    Lie,
+    OldResult,
+    Silent,
+    Gone,
+    Restarts,
+    RestartsSending,
 };
 
 /*! A second number that a fault takes, behind a colon. */
@@ -61,6 +73,7 @@ struct FaultDescription {
     qint64 defaultValue; //!< N if none is given; below \a minimum: N has to be given
     const char *help;
     SecondNumber second = {};
+    std::vector<const char *> words = {}; //!< for N; it is the place of one of them then, from 0
 };
 
 /*! The faults of one device, as chosen on the command line. Does not change while it runs. */
@@ -74,13 +87,13 @@ public:
     static QString helpText();
 
     /*! Adds the fault \a text, "NAME", "NAME=N" or "NAME=N:M"; of two with the same name the later
-        one counts. False, with \a errorText set, if there is no such fault or a number is not what
+        one counts. False, with \a errorText set, if there is no such fault or a value is not what
         it takes. */
     bool add(const QString &text, QString &errorText);
 
     bool isSet(Fault fault) const;
 
-    /*! N of \a fault; \a otherwise if the fault is not set. */
+    /*! N of \a fault, of a word its place; \a otherwise if the fault is not set. */
     qint64 value(Fault fault, qint64 otherwise) const;
 
     /*! The second number of \a fault, which is set. */

@@ -1,6 +1,8 @@
 #include "httpservice.h"
 
 #include "httpupgrade.h"
+#include "mishaps.h"
+#include "pollfaults.h"
 #include "progresstext.h"
 #include "trace.h"
 #include "uploadreader.h"
@@ -23,6 +25,8 @@ constexpr int Conflict = 409;
 constexpr int Unprocessable = 422;
 constexpr int Unavailable = 503;
 constexpr int StallStepMs = 50; // between two looks whether the host is still there
+constexpr int StreamedSize = 65536; // bytes at a time of an answer without an end
+constexpr int StreamStepMs = 1; // between these
 
 constexpr char UploadType[] = "multipart/form-data;boundary=----weasdashDsdesd";
 constexpr char PollType[] = "application/x-www-form-urlencoded";
@@ -58,6 +62,16 @@ void swallow(const httplib::Request &request, const httplib::ContentReader &read
         reader([](const httplib::MultipartFormData &) { return true; }, take);
     else
         reader(take);
+}
+
+/*! \a bytes as they are: of a body that it is given whole, the library makes what it likes. */
+void setBody(httplib::Response &response, const std::string &bytes)
+{
+    response.set_content_provider(
+        bytes.size(), JsonType,
+        [bytes](std::size_t offset, std::size_t length, httplib::DataSink &sink) {
+            return sink.write(bytes.data() + offset, length);
+        });
 }
 
 void listenAlone(socket_t socket)
@@ -127,6 +141,10 @@ void HttpService::takeUpload(const httplib::Request &request, httplib::Response 
                              const httplib::ContentReader &reader, QJsonArray &shape)
 {
     const ServerSockets::Guard connection(m_sockets, request.remote_addr, request.remote_port);
+    if (isHung(connection)) {
+        setAnswer(response, Unavailable, "the device is silent");
+        return;
+    }
     if (request.get_header_value("Content-Type") != UploadType) {
         swallow(request, reader);
         setAnswer(response, BadRequest, "the content is of another type");
@@ -137,6 +155,7 @@ void HttpService::takeUpload(const httplib::Request &request, httplib::Response 
     const std::uint64_t resetAt = length / 100 * std::uint64_t(faults.value(Fault::HttpReset, 100));
     UploadReader upload(
         QString::fromLatin1("%1/http-%2").arg(m_settings.uploadFolder).arg(++m_uploads));
+    int percentNoted = 0;
     const bool isWhole = reader(
         [&upload](const httplib::MultipartFormData &part) {
             upload.beginPart(part.name, part.filename, part.content_type);
@@ -144,6 +163,10 @@ void HttpService::takeUpload(const httplib::Request &request, httplib::Response 
         },
         [&](const char *bytes, std::size_t count) {
             upload.take(bytes, count);
+            const auto percent =
+                length == 0 ? 0 : int(std::uint64_t(upload.received()) * 100 / length);
+            if (percent != percentNoted && !noteSending(connection, percentNoted = percent))
+                return false;
             return !faults.isSet(Fault::HttpReset) || std::uint64_t(upload.received()) < resetAt;
         });
     upload.finish(isWhole);
@@ -171,9 +194,32 @@ void HttpService::poll(const httplib::Request &request, httplib::Response &respo
     const ServerSockets::Guard connection(m_sockets, request.remote_addr, request.remote_port);
     if (request.get_header_value("Content-Type") != PollType || !request.body.empty())
         setAnswer(response, BadRequest, "this is no poll");
-    else if (!answerPoll(response))
+    else if (isHung(connection) || !answerPoll(response))
         setAnswer(response, Unavailable, "the device restarts");
     trace(request, response, {});
+}
+
+/*! False, once the connection is of no use any more, if a fault of the device is due at
+    \a percent. */
+bool HttpService::noteSending(const ServerSockets::Guard &connection, int percent)
+{
+    if (!m_settings.mishaps.watchesTransfers())
+        return true;
+    m_calls.call([this, percent] { m_settings.mishaps.noteSending(percent); });
+    return !isHung(connection);
+}
+
+/*! Whether the device does not answer any more. Waits then until the host or the device itself ends
+    the connection. */
+bool HttpService::isHung(const ServerSockets::Guard &connection)
+{
+    bool isMute = false;
+    m_calls.call([this, &isMute] { isMute = m_settings.mishaps.isMute(); });
+    if (!isMute)
+        return false;
+    while (connection.isOpen() && m_calls.wait(StallStepMs)) { }
+    connection.reset(); // so that no answer leaves
+    return true;
 }
 
 bool HttpService::answerPoll(httplib::Response &response)
@@ -185,7 +231,16 @@ bool HttpService::answerPoll(httplib::Response &response)
     if (!m_calls.call([this, &progress] { progress = m_upgrade.progress(); }))
         return false;
     const std::string text = pollText(progress, ++m_polls);
-    response.status = Ok;
+    response.status = int(faults.value(Fault::PollStatus, Ok));
+    if (faults.isSet(Fault::EndlessDocuments)) {
+        answerForEver(response, beginningOfUnknownList(text));
+        return true;
+    }
+    if (faults.isSet(Fault::GzipBomb)) {
+        response.set_header("Content-Encoding", "gzip");
+        setBody(response, gzipBomb(text, int(faults.value(Fault::GzipBomb, 0))));
+        return true;
+    }
     if (!faults.isSet(Fault::HttpTruncate) && !faults.isSet(Fault::HttpStall)) {
         response.set_content(text, JsonType);
         return true;
@@ -210,17 +265,24 @@ std::string HttpService::pollText(const ProtoModel::Auxiliary::s_UpgradePercent 
     const bool isOlder = (m_settings.generation == Generation::Older)
         != (faults.isSet(Fault::HttpSwitch) && number >= faults.value(Fault::HttpSwitch, 0));
     const Generation generation = isOlder ? Generation::Older : Generation::Newer;
-    std::string text = progressText(progress, generation, m_settings.model);
-    const std::size_t firstKey = text.find('"');
-    if (faults.isSet(Fault::HttpHuge) && firstKey != std::string::npos)
-        text.insert(firstKey,
-                    "\"padding\":\""
-                        + std::string(std::size_t(faults.value(Fault::HttpHuge, 0)), 'x') + "\",");
-    if (faults.isSet(Fault::HttpBroken))
-        text.pop_back();
-    if (faults.isSet(Fault::HttpEmpty))
-        text.clear();
-    return text;
+    return spoiltText(progressText(progress, generation, m_settings.model), faults);
+}
+
+/*! A text of which \a beginning is the first part: it ends there, or never. */
+void HttpService::answerForEver(httplib::Response &response, const std::string &beginning)
+{
+    constexpr int BrokenOff = 0; // the first of the fault's words
+    if (m_settings.faults.value(Fault::EndlessDocuments, BrokenOff) == BrokenOff) {
+        response.set_content(beginning, JsonType);
+        return;
+    }
+    response.set_content_provider(
+        JsonType, [this, beginning](std::size_t offset, httplib::DataSink &sink) {
+            std::string piece = offset == 0 ? beginning : std::string();
+            while (piece.size() < StreamedSize)
+                piece += ",1";
+            return m_calls.wait(StreamStepMs) && sink.write(piece.data(), piece.size());
+        });
 }
 
 void HttpService::trace(const httplib::Request &request, const httplib::Response &response,

@@ -31,6 +31,7 @@ struct s_DeviceConfig;
 namespace Velmar::Simulator {
 
 class HttpUpgrade;
+class Mishaps;
 class Trace;
 
 /*!
@@ -48,6 +49,7 @@ public:
     struct Settings {
         Generation generation;
         const Faults &faults;
+        Mishaps &mishaps;
         const BizModel::s_DeviceConfig &model;
         QString uploadFolder; //!< for files on their way
     };
@@ -71,6 +73,9 @@ private:
                     const httplib::ContentReader &reader, QJsonArray &shape);
     void poll(const httplib::Request &request, httplib::Response &response);
     bool answerPoll(httplib::Response &response);
+    void answerForEver(httplib::Response &response, const std::string &beginning);
+    bool noteSending(const ServerSockets::Guard &connection, int percent);
+    bool isHung(const ServerSockets::Guard &connection);
     std::string pollText(const ProtoModel::Auxiliary::s_UpgradePercent &progress, int number) const;
     void trace(const httplib::Request &request, const httplib::Response &response,
                const QJsonArray &shape);

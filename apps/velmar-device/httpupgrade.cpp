@@ -24,6 +24,7 @@ constexpr int Failed = 3;
 HttpUpgrade::HttpUpgrade(const Device &device, Generation generation, std::function<void()> restart)
     : m_device(device)
     , m_generation(generation)
+    , m_told(m_device.installer, m_device.faults)
 {
     m_restart.setSingleShot(true);
     connect(&m_restart, &QTimer::timeout, this, std::move(restart));
@@ -35,7 +36,7 @@ HttpUpgrade::HttpUpgrade(const Device &device, Generation generation, std::funct
 
 ProtoModel::Auxiliary::s_UpgradePercent HttpUpgrade::progress()
 {
-    auto progress = m_device.installer.progress();
+    auto progress = m_told.next();
     if (m_device.faults.isSet(Fault::HttpFailsAfterDone) && m_hasToldDone)
         progress.result = Failed;
     m_hasToldDone = m_hasToldDone || progress.result == Done;

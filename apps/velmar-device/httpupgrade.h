@@ -3,6 +3,7 @@
 
 #include "generation.h"
 #include "outcome.h"
+#include "toldprogress.h"
 
 #include <records/devicerecords.h>
 
@@ -63,6 +64,7 @@ private:
 
     const Device m_device;
     const Generation m_generation;
+    ToldProgress m_told;
     QTimer m_restart; // runs once the installation is over
     bool m_restartsAtEnd = false;
     bool m_hasToldDone = false;

@@ -61,6 +61,7 @@ Outcome Installation::begin(const InstallationOrder &order)
     installation.run = record.runs + 1;
     installation.image = *record.image;
     installation.deletesImage = order.deletesImage;
+    installation.bricksIfCut = order.bricksIfCut;
     installation.parts = order.parts;
     installation.sections = order.sections;
 
@@ -160,32 +161,20 @@ bool Installation::placeNext(QString &errorText)
 
 bool Installation::complete(QString &errorText)
 {
-    const bool isRecorded = m_state.update(
-        [](DeviceRecord &next) {
-            InstallationRecord &installation = *next.installation;
-            installation.phase = InstallationRecord::Phase::Over;
-            installation.result = 2;
-            for (const SectionKey &key : installation.sections) {
-                const auto entry = next.sections.try_emplace(
-                    key,
-                    SectionVersions { QString::fromLatin1(DeviceState::FactoryVersion),
-                                      QString() });
-                entry.first->second.installed = installation.image.version;
-            }
-            // Another may have come while this installation waited to be completed.
-            const bool isItsImageKept =
-                next.image && next.image->fileName == installation.image.fileName;
-            if (installation.deletesImage && isItsImageKept)
-                next.image.reset();
-        },
-        errorText);
-    if (!isRecorded)
-        return false;
-    report(Step::Completed);
-    m_source.close();
-    tidyUp(m_folder, m_state.record());
-    report(Step::TidiedUp);
-    return true;
+    const auto noteVersions = [](DeviceRecord &next) {
+        for (const SectionKey &key : next.installation->sections) {
+            const auto entry = next.sections.try_emplace(
+                key,
+                SectionVersions { QString::fromLatin1(DeviceState::FactoryVersion), QString() });
+            entry.first->second.installed = next.installation->image.version;
+        }
+    };
+    return conclude(noteVersions, errorText);
+}
+
+bool Installation::pretend(QString &errorText)
+{
+    return conclude([](DeviceRecord &) {}, errorText);
 }
 
 bool Installation::takeBack(QString &errorText)
@@ -251,6 +240,31 @@ bool Installation::loadImage(QString &errorText)
     m_image = *image;
     for (const ImageFile &file : m_image.files)
         m_totalBytes += file.length;
+    return true;
+}
+
+/*! Records the end with result 2 together with \a change, and tidies up. */
+bool Installation::conclude(const std::function<void(DeviceRecord &)> &change, QString &errorText)
+{
+    const bool isRecorded = m_state.update(
+        [&change](DeviceRecord &next) {
+            InstallationRecord &installation = *next.installation;
+            installation.phase = InstallationRecord::Phase::Over;
+            installation.result = 2;
+            change(next);
+            // Another may have come while this installation waited to be completed.
+            const bool isItsImageKept =
+                next.image && next.image->fileName == installation.image.fileName;
+            if (installation.deletesImage && isItsImageKept)
+                next.image.reset();
+        },
+        errorText);
+    if (!isRecorded)
+        return false;
+    report(Step::Completed);
+    m_source.close();
+    tidyUp(m_folder, m_state.record());
+    report(Step::TidiedUp);
     return true;
 }
 

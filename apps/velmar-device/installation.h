@@ -18,6 +18,7 @@ class StateFolder;
 /*! What a host orders to install, with the sections found on this device. */
 struct InstallationOrder {
     bool deletesImage = false;
+    bool bricksIfCut = false;
     std::vector<PartOrder> parts;
     std::vector<SectionKey> sections; //!< those that get the image's version
 };
@@ -72,6 +73,10 @@ public:
         with \a errorText set, if the record cannot be written. */
     bool complete(QString &errorText);
 
+    /*! Ends with result 2 and nothing installed, once all is staged. False, with \a errorText set, if
+        the record cannot be written. */
+    bool pretend(QString &errorText);
+
     /*! Ends with result 3 and nothing installed, unless the device is bound to complete. False,
         with \a errorText set, if the record cannot be written. */
     bool takeBack(QString &errorText);
@@ -91,6 +96,7 @@ private:
     QString fault(const QString &what, const QFile &file) const;
     bool loadImage(QString &errorText);
     Outcome checkPlaces() const;
+    bool conclude(const std::function<void(DeviceRecord &)> &change, QString &errorText);
     bool openNext(QString &errorText);
     bool finishStagedFile(QString &errorText);
     void report(Step step);

@@ -69,7 +69,9 @@ Outcome Installer::start(const InstallationOrder &order)
             if (step == fatalStep)
                 std::raise(SIGKILL);
         });
-    const Outcome outcome = installation->begin(order);
+    InstallationOrder noted = order;
+    noted.bricksIfCut = m_faults.isSet(Fault::Brick);
+    const Outcome outcome = installation->begin(noted);
     if (!outcome.isAccepted())
         return outcome;
     m_installation = std::move(installation);
@@ -154,13 +156,16 @@ void Installer::work()
                 fail(errorText);
                 return;
             }
-            end();
-            Q_EMIT finished(Done, QString());
+            finishWell();
         }
         return;
     }
     if (!stageWhatIsDue(errorText)) {
         fail(errorText);
+        return;
+    }
+    if (m_permission && !m_permission(percentage(m_share))) {
+        m_timer.stop();
         return;
     }
     if (m_faults.isSet(Fault::InstallFails)
@@ -175,11 +180,22 @@ void Installer::work()
         return;
     }
     if (m_installation->isStaged() && timeShare() == WholeShare) {
-        if (!m_installation->bind(errorText))
+        if (m_faults.isSet(Fault::Lie)) {
+            if (m_installation->pretend(errorText))
+                finishWell();
+            else
+                fail(errorText);
+        } else if (!m_installation->bind(errorText))
             fail(errorText);
         else
             m_isBound = true;
     }
+}
+
+void Installer::finishWell()
+{
+    end();
+    Q_EMIT finished(Done, QString());
 }
 
 bool Installer::stageWhatIsDue(QString &errorText)

@@ -27,10 +27,17 @@ class Installer : public QObject
     Q_OBJECT
 
 public:
+    /*! Asked between two steps, with the percentage so far; false lets the installation stand still
+        until breakOff(). */
+    using Permission = std::function<bool(int percent)>;
+
     /*! An installation takes \a durationMs, or longer if the disk does. \a folder, \a state and
         \a faults have to outlive this object. */
     Installer(const StateFolder &folder, DeviceState &state, const Faults &faults, int durationMs);
     ~Installer() override;
+
+    /*! Nobody is asked without it. */
+    void setPermission(const Permission &permission) { m_permission = permission; }
 
     /*! Starts to install the waiting image. */
     Outcome start(const InstallationOrder &order);
@@ -60,6 +67,7 @@ Q_SIGNALS:
 private:
     void work();
     void end();
+    void finishWell();
     bool stageWhatIsDue(QString &errorText);
     bool placeSome(QString &errorText);
     qint64 timeShare() const;
@@ -69,6 +77,7 @@ private:
     DeviceState &m_state;
     const Faults &m_faults;
     const int m_durationMs;
+    Permission m_permission; // may be empty
     std::unique_ptr<Installation> m_installation; // null while none is running
     bool m_isRestartDue = false;
     bool m_isBound = false;

@@ -94,6 +94,9 @@ int runDevice(const Options &options)
     QObject::connect(&device, &SimulatedDevice::away, QCoreApplication::instance(), [] {
         printEvent({ { "event", "away" } });
     });
+    QObject::connect(&device, &SimulatedDevice::bricked, QCoreApplication::instance(), [] {
+        printEvent({ { "event", "bricked" } });
+    });
     if (!device.start(errorText))
         return failure(errorText, ExitFailure);
     return QCoreApplication::exec();

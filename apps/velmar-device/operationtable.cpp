@@ -52,12 +52,15 @@ void OperationTable::add(const QString &name, const OperationHandler &handler)
 Reply OperationTable::perform(const QString &operation, const QCborMap &arguments,
                               LinkSession &session) const
 {
+    if (m_isMute && m_isMute())
+        return Reply::unanswered();
     const auto handler = m_handlers.constFind(operation);
     if (handler == m_handlers.constEnd())
         return Reply::refused(
             { LinkAck::UnknownOperation,
               QString::fromLatin1("unknown operation \"%1\"").arg(shortened(operation)) });
-    return (*handler)(arguments, session);
+    const Reply reply = (*handler)(arguments, session);
+    return m_isMute && m_isMute() ? Reply::unanswered() : reply;
 }
 
 } // namespace Velmar::Simulator

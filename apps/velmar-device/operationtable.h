@@ -56,11 +56,16 @@ public:
     /*! Adds the operation \a name, which is not in the table yet. */
     void add(const QString &name, const OperationHandler &handler);
 
+    /*! While \a isMute says so, nothing is carried out; what it says behind an operation holds for
+        the answer. Never mute without it. */
+    void setMuteness(const std::function<bool()> &isMute) { m_isMute = isMute; }
+
     /*! Carries out \a operation; one that is not in the table is answered with "unknown". */
     Reply perform(const QString &operation, const QCborMap &arguments, LinkSession &session) const;
 
 private:
     QHash<QString, OperationHandler> m_handlers;
+    std::function<bool()> m_isMute; // may be empty
 };
 
 } // namespace Velmar::Simulator

@@ -52,10 +52,11 @@ std::optional<SectionKey> findMcu(const Fitting &fitting, quint8 index, quint16 
 
 } // namespace
 
-RegisterBank::RegisterBank(const Fitting &fitting, FirmwareStore &store)
+RegisterBank::RegisterBank(const Fitting &fitting, FirmwareStore &store, bool isLying)
     : m_fitting(fitting)
     , m_store(store)
     , m_map(RegisterMap::ofModel(fitting.model().modelId))
+    , m_isLying(isLying)
 {
 }
 
@@ -90,6 +91,15 @@ RegisterAnswer RegisterBank::write(const RegisterWrite &write)
         break;
     }
     return takeData(write.body);
+}
+
+int RegisterBank::percentWith(const RegisterWrite &write) const
+{
+    const bool isData = m_map.at(write.address) == FirmwareRegister::Data;
+    const qint64 arrived = qint64(m_received) + write.body.size();
+    if (!isData || m_fileLength == 0 || arrived > m_fileLength)
+        return 0;
+    return int(arrived * 100 / m_fileLength);
 }
 
 void RegisterBank::reset()
@@ -243,7 +253,7 @@ RegisterAnswer RegisterBank::finish()
     if (m_store.isEnciphered())
         answer = refused(RegisterAck::WrongContents,
                          QString::fromLatin1("the firmware is still enciphered"));
-    else if (!m_store.install(target, errorText))
+    else if (!m_isLying && !m_store.install(target, errorText))
         answer = refused(RegisterAck::NotStored, errorText);
     reset();
     m_isComplete = answer.isAccepted();

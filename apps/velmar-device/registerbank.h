@@ -64,10 +64,15 @@ public:
     static constexpr int MaxDataSize = 4096; //!< bytes of one write
     static constexpr quint32 MaxFileLength = 64 * 1024 * 1024; //!< bytes; the room for firmware
 
-    /*! Both arguments have to outlive this object. */
-    RegisterBank(const Fitting &fitting, FirmwareStore &store);
+    /*! \a fitting and \a store have to outlive this object. If \a isLying, a file that was taken
+        whole is not stored: the firmware before stays. */
+    RegisterBank(const Fitting &fitting, FirmwareStore &store, bool isLying = false);
 
     RegisterAnswer write(const RegisterWrite &write);
+
+    /*! The percentage of the announced file that will have arrived if \a write is accepted: 100 if it
+        brings the end. 0 for a write that brings no data, or more than is missing. */
+    int percentWith(const RegisterWrite &write) const;
 
     /*! A file was taken whole and waits for the restart; until then all writes are refused. */
     bool isComplete() const { return m_isComplete; }
@@ -89,6 +94,7 @@ private:
     const Fitting &m_fitting;
     FirmwareStore &m_store;
     const RegisterMap m_map;
+    const bool m_isLying;
     std::optional<SectionKey> m_target; // none: no card is chosen
     bool m_hasFileType = false;
     bool m_isLengthUnlocked = false;

@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 namespace Velmar::Simulator {
@@ -50,6 +51,13 @@ ServerSockets::Guard::~Guard()
 {
     const std::lock_guard<std::mutex> lock(m_sockets.m_mutex);
     m_sockets.m_descriptors.erase(m_sockets.m_descriptors.find(m_descriptor));
+}
+
+bool ServerSockets::Guard::isOpen() const
+{
+    // Not by reading: what has arrived before the end may wait to be read, or never be.
+    pollfd entry { m_descriptor, POLLRDHUP, 0 };
+    return m_descriptor >= 0 && ::poll(&entry, 1, 0) == 0;
 }
 
 void ServerSockets::Guard::reset() const

@@ -24,6 +24,9 @@ public:
         Guard(ServerSockets &sockets, const std::string &address, int port);
         ~Guard();
 
+        /*! False once the peer has closed or reset it. */
+        bool isOpen() const;
+
         /*! Ends the connection with a reset. */
         void reset() const;
 

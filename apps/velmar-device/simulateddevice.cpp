@@ -38,13 +38,22 @@ SimulatedDevice::SimulatedDevice(const Fitting &fitting, const DeviceSettings &s
     : m_fitting(fitting)
     , m_settings(settings)
     , m_name(settings.name.isEmpty() ? fitting.model().name.left(MaxTextLength) : settings.name)
+    , m_mishaps(m_settings.faults)
     , m_probe(m_trace)
 {
     m_return.setSingleShot(true);
     connect(&m_return, &QTimer::timeout, this, &SimulatedDevice::comeBack);
+    // Queued: what is going on, on a connection for example, is brought to its end first.
+    connect(&m_mishaps, &Mishaps::fellSilent, &m_probe, &ProbeAnswerer::stop, Qt::QueuedConnection);
+    connect(&m_mishaps, &Mishaps::wentAway, this, &SimulatedDevice::goAway, Qt::QueuedConnection);
+    connect(&m_mishaps, &Mishaps::restarts, this, &SimulatedDevice::restart, Qt::QueuedConnection);
 }
 
-SimulatedDevice::~SimulatedDevice() = default;
+SimulatedDevice::~SimulatedDevice()
+{
+    if (m_state)
+        brickIfCut();
+}
 
 bool SimulatedDevice::start(QString &errorText)
 {
@@ -56,6 +65,11 @@ bool SimulatedDevice::start(QString &errorText)
     m_state = DeviceState::load(*m_folder, m_fitting.model().modelId, errorText);
     if (!m_state)
         return false;
+    if (brickIfCut()) {
+        m_isAway = true;
+        Q_EMIT bricked();
+        return true;
+    }
     if (!Installation::recover(*m_folder, *m_state, errorText))
         qWarning("%s", qUtf8Printable(errorText)); // hosts are told by result 3
     if (!applySettings(errorText))
@@ -64,27 +78,35 @@ bool SimulatedDevice::start(QString &errorText)
     const Faults &faults = m_settings.faults;
     m_receiver = std::make_unique<FileReceiver>(*m_folder, *m_state);
     m_installer = std::make_unique<Installer>(*m_folder, *m_state, faults, m_settings.installMs);
-    connect(m_installer.get(), &Installer::finished, this, [](int result, const QString &cause) {
-        if (result != 2)
-            qWarning("The installation has failed: %s.", qUtf8Printable(cause));
-    });
+    m_installer->setPermission([this](int percent) { return m_mishaps.noteInstalling(percent); });
+    connect(m_installer.get(), &Installer::finished, this,
+            [this](int result, const QString &cause) {
+                if (result != 2)
+                    qWarning("The installation has failed: %s.", qUtf8Printable(cause));
+                m_mishaps.noteInstalled();
+            });
+    m_operations.setMuteness([this] { return m_mishaps.isMute(); });
     const Identity identity { m_fitting, *m_state, m_name };
     addLinkOperations(m_operations, identity);
     addVersionQuery(m_operations, identity, m_settings.generation, faults);
-    addTransferOperations(m_operations, *m_receiver, *m_installer, faults);
-    addUpgradeOperations(m_operations, m_fitting, *m_receiver, *m_installer, faults, [this] {
-        QMetaObject::invokeMethod(this, &SimulatedDevice::restart, Qt::QueuedConnection);
-    });
+    addTransferOperations(m_operations, *m_receiver, *m_installer, faults, m_mishaps);
+    addUpgradeOperations(m_operations, m_fitting, *m_receiver, *m_installer, faults, m_mishaps,
+                         [this] {
+                             QMetaObject::invokeMethod(this, &SimulatedDevice::restartAsOrdered,
+                                                       Qt::QueuedConnection);
+                         });
     m_firmware = std::make_unique<FirmwareStore>(*m_folder, *m_state);
-    m_bank = std::make_unique<RegisterBank>(m_fitting, *m_firmware);
-    addRegisterOperations(m_operations, *m_bank, *m_installer, faults, [this] {
+    m_bank = std::make_unique<RegisterBank>(m_fitting, *m_firmware, faults.isSet(Fault::Lie));
+    const RegisterDevice registers { *m_bank, *m_installer, *m_state,
+                                     faults,  m_mishaps,    m_settings.installMs };
+    addRegisterOperations(m_operations, registers, [this] {
         QTimer::singleShot(SettleMs, this, &SimulatedDevice::restartWithNewFirmware);
     });
     if (m_settings.generation != Generation::None) {
         const HttpUpgrade::Device device { m_fitting,   *m_folder,    *m_state,
                                            *m_receiver, *m_installer, faults };
-        m_httpUpgrade =
-            std::make_unique<HttpUpgrade>(device, m_settings.generation, [this] { restart(); });
+        m_httpUpgrade = std::make_unique<HttpUpgrade>(device, m_settings.generation,
+                                                      [this] { restartAsOrdered(); });
     }
     m_server = std::make_unique<DeviceServer>(m_operations, m_trace, linkPolicy(m_settings));
     m_port = m_settings.port;
@@ -138,7 +160,7 @@ bool SimulatedDevice::listenForHttp(QString &errorText)
 {
     if (!m_httpUpgrade)
         return true;
-    const HttpService::Settings settings { m_settings.generation, m_settings.faults,
+    const HttpService::Settings settings { m_settings.generation, m_settings.faults, m_mishaps,
                                            m_fitting.model(), m_folder->incoming() };
     m_http = std::make_unique<HttpService>(settings, *m_httpUpgrade, m_trace);
     return m_http->start(m_settings.address, errorText);
@@ -155,6 +177,13 @@ void SimulatedDevice::stopListening()
 void SimulatedDevice::restartWithNewFirmware()
 {
     if (m_bank->isComplete())
+        restartAsOrdered();
+}
+
+void SimulatedDevice::restartAsOrdered()
+{
+    m_mishaps.noteRestartOrdered();
+    if (!m_mishaps.isMute())
         restart();
 }
 
@@ -163,12 +192,20 @@ void SimulatedDevice::restart()
     if (m_isAway)
         return; // two hosts may order it at the same time
     m_isAway = true;
+    m_mishaps.endMuteness();
+    // First of all: with its connection an answer is over that waits for firmware to be stored.
+    const bool isBricked = brickIfCut();
     stopListening();
     if (m_httpUpgrade)
         m_httpUpgrade->reset();
     m_installer->breakOff();
     m_receiver->clear();
     m_bank->reset();
+    if (isBricked) {
+        Q_EMIT away();
+        Q_EMIT bricked();
+        return;
+    }
     QString errorText;
     if (!Installation::recover(*m_folder, *m_state, errorText))
         qWarning("%s", qUtf8Printable(errorText));
@@ -189,12 +226,37 @@ void SimulatedDevice::restart()
         m_return.start(m_settings.restartMs);
 }
 
+/*! Nothing is tidied up: the next start finds the folder as a cut of the power leaves it. */
+void SimulatedDevice::goAway()
+{
+    if (!m_isAway)
+        Q_EMIT away();
+    m_isAway = true;
+    m_return.stop();
+    stopListening();
+    if (m_httpUpgrade)
+        m_httpUpgrade->reset();
+    m_installer->breakOff();
+}
+
+/*! Notes that the device is bricked, if a stop now is the end of it; true if it is bricked. */
+bool SimulatedDevice::brickIfCut()
+{
+    if (m_state->record().isBricked || !m_state->record().isCutFatal())
+        return m_state->record().isBricked;
+    QString errorText;
+    if (!m_state->update([](DeviceRecord &record) { record.isBricked = true; }, errorText))
+        qWarning("%s", qUtf8Printable(errorText));
+    return true;
+}
+
 void SimulatedDevice::comeBack()
 {
     QString errorText;
     if (listen(errorText)) {
         m_isAway = false;
         Q_EMIT ready();
+        m_mishaps.noteReturned();
         return;
     }
     qWarning("%s", qUtf8Printable(errorText));

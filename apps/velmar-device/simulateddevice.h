@@ -8,6 +8,7 @@
 #include "fitting.h"
 #include "generation.h"
 #include "installer.h"
+#include "mishaps.h"
 #include "operationtable.h"
 #include "probeanswerer.h"
 #include "registerbank.h"
@@ -61,8 +62,8 @@ public:
     SimulatedDevice(const Fitting &fitting, const DeviceSettings &settings);
     ~SimulatedDevice() override;
 
-    /*! Takes the state folder, brings it in order, and answers hosts from then on. False, with
-        \a errorText set, if that cannot be done. */
+    /*! Takes the state folder, brings it in order, and answers hosts from then on, unless it is
+        bricked. False, with \a errorText set, if that cannot be done. */
     bool start(QString &errorText);
 
     quint16 port() const { return m_port; } //!< once started
@@ -73,14 +74,18 @@ public:
 
 Q_SIGNALS:
     void ready(); //!< hosts can connect, for the first time or again
-    void away(); //!< restarts
+    void away(); //!< restarts, or goes for good
+    void bricked(); //!< will never answer again
 
 private:
     bool applySettings(QString &errorText);
     bool listen(QString &errorText);
     bool listenForHttp(QString &errorText);
     void stopListening();
+    void restartAsOrdered();
     void restart();
+    void goAway();
+    bool brickIfCut();
     void restartWithNewFirmware();
     void comeBack();
     QCborMap probeAnswer() const;
@@ -91,6 +96,7 @@ private:
     Trace m_trace;
     std::unique_ptr<StateFolder> m_folder;
     std::unique_ptr<DeviceState> m_state;
+    Mishaps m_mishaps;
     std::unique_ptr<FileReceiver> m_receiver;
     std::unique_ptr<Installer> m_installer;
     std::unique_ptr<FirmwareStore> m_firmware;

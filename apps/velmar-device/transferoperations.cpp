@@ -4,6 +4,7 @@
 #include "faults.h"
 #include "filereceiver.h"
 #include "installer.h"
+#include "mishaps.h"
 #include "operationtable.h"
 
 namespace Velmar::Simulator {
@@ -18,10 +19,12 @@ Reply reply(const Outcome &outcome)
 class TransferOperations
 {
 public:
-    TransferOperations(FileReceiver &receiver, const Installer &installer, const Faults &faults)
+    TransferOperations(FileReceiver &receiver, const Installer &installer, const Faults &faults,
+                       Mishaps &mishaps)
         : m_receiver(receiver)
         , m_installer(installer)
         , m_faults(faults)
+        , m_mishaps(mishaps)
     {
     }
 
@@ -65,6 +68,7 @@ public:
         Reply answer = carryOut(outcome, [&] { return m_receiver.append(fileId, offset, bytes); });
         if (!answer.outcome.isAccepted())
             return answer;
+        m_mishaps.noteSending(m_receiver.percentReceived(fileId));
         if (m_faults.isSet(Fault::CutTransfer) && !m_wasCut
             && m_receiver.percentReceived(fileId) >= m_faults.value(Fault::CutTransfer, 0)) {
             m_wasCut = true;
@@ -96,15 +100,17 @@ private:
     FileReceiver &m_receiver;
     const Installer &m_installer;
     const Faults &m_faults;
+    Mishaps &m_mishaps;
     bool m_wasCut = false;
 };
 
 } // namespace
 
 void addTransferOperations(OperationTable &table, FileReceiver &receiver,
-                           const Installer &installer, const Faults &faults)
+                           const Installer &installer, const Faults &faults, Mishaps &mishaps)
 {
-    const auto operations = std::make_shared<TransferOperations>(receiver, installer, faults);
+    const auto operations =
+        std::make_shared<TransferOperations>(receiver, installer, faults, mishaps);
     const auto add = [&](const QString &name,
                          Reply (TransferOperations::*operation)(const QCborMap &)) {
         table.add(name, [operations, operation](const QCborMap &arguments, LinkSession &) {

@@ -5,8 +5,10 @@
 #include "filereceiver.h"
 #include "fitting.h"
 #include "installer.h"
+#include "mishaps.h"
 #include "operationtable.h"
 #include "orderedparts.h"
+#include "toldprogress.h"
 
 namespace Velmar::Simulator {
 
@@ -22,7 +24,7 @@ struct RequestedPart {
     quint8 boardId = 0;
 };
 
-QCborMap toCbor(quint32 run, const s_UpgradePercent &progress)
+QCborMap toCbor(const s_UpgradePercent &progress)
 {
     QCborArray parts;
     for (const s_UpgradeCardParts &part : progress.parts) {
@@ -38,8 +40,7 @@ QCborMap toCbor(quint32 run, const s_UpgradePercent &progress)
                                 { QLatin1String("result"), part.result },
                                 { QLatin1String("section"), sections } });
     }
-    return { { QLatin1String("run"), qint64(run) },
-             { QLatin1String("result"), progress.result },
+    return { { QLatin1String("result"), progress.result },
              { QLatin1String("rate"), progress.rate },
              { QLatin1String("subSections"),
                QCborMap { { QLatin1String("rate"), progress.subSections.rate } } },
@@ -50,11 +51,13 @@ class UpgradeOperations
 {
 public:
     UpgradeOperations(const Fitting &fitting, FileReceiver &receiver, Installer &installer,
-                      const Faults &faults, std::function<void()> restart)
+                      const Faults &faults, Mishaps &mishaps, std::function<void()> restart)
         : m_fitting(fitting)
         , m_receiver(receiver)
         , m_installer(installer)
         , m_faults(faults)
+        , m_mishaps(mishaps)
+        , m_told(installer, faults)
         , m_restart(std::move(restart))
     {
     }
@@ -85,7 +88,7 @@ public:
         if (!outcome.isAccepted())
             return Reply::refused(outcome);
         m_receiver.clear(); // what was still on its way belongs to no installation
-        return Reply::accepted({ { QLatin1String("run"), qint64(m_installer.run()) } });
+        return Reply::accepted(withRun({}));
     }
 
     Reply progress(const QCborMap &)
@@ -96,7 +99,7 @@ public:
         if (m_progressReads == m_faults.value(Fault::RefuseProgress, 0))
             return Reply::refused(
                 { LinkAck::Refused, QString::fromLatin1("the progress is refused") });
-        return Reply::accepted(toCbor(m_installer.run(), m_installer.progress()));
+        return Reply::accepted(withRun(toCbor(m_told.next())));
     }
 
     Reply shutdown(const QCborMap &arguments)
@@ -113,6 +116,7 @@ public:
         if (m_faults.isSet(Fault::RefuseRestart))
             return Reply::refused(
                 { LinkAck::Refused, QString::fromLatin1("the restart is refused") });
+        m_mishaps.noteRestartOrdered();
         Reply reply = Reply::accepted();
         reply.afterwards = m_restart;
         return reply;
@@ -120,6 +124,17 @@ public:
 
 private:
     static constexpr quint8 RestartMode = 0;
+
+    /*! The number of the installation, if hosts are told it, in front of \a values. */
+    QCborMap withRun(const QCborMap &values) const
+    {
+        QCborMap all;
+        if (m_told.hasRun())
+            all.insert(QLatin1String("run"), qint64(m_installer.run()));
+        for (const auto &[key, value] : values)
+            all.insert(key, value);
+        return all;
+    }
 
     static std::vector<RequestedPart> readParts(ArgumentReader &reader)
     {
@@ -140,6 +155,8 @@ private:
     FileReceiver &m_receiver;
     Installer &m_installer;
     const Faults &m_faults;
+    Mishaps &m_mishaps;
+    ToldProgress m_told;
     const std::function<void()> m_restart;
     qint64 m_progressReads = 0;
 };
@@ -147,10 +164,11 @@ private:
 } // namespace
 
 void addUpgradeOperations(OperationTable &table, const Fitting &fitting, FileReceiver &receiver,
-                          Installer &installer, const Faults &faults, std::function<void()> restart)
+                          Installer &installer, const Faults &faults, Mishaps &mishaps,
+                          std::function<void()> restart)
 {
-    const auto operations = std::make_shared<UpgradeOperations>(fitting, receiver, installer,
-                                                                faults, std::move(restart));
+    const auto operations = std::make_shared<UpgradeOperations>(
+        fitting, receiver, installer, faults, mishaps, std::move(restart));
     const auto add = [&](const QString &name,
                          Reply (UpgradeOperations::*operation)(const QCborMap &)) {
         table.add(name, [operations, operation](const QCborMap &arguments, LinkSession &) {

@@ -70,7 +70,7 @@ void UploadReader::take(const char *bytes, std::size_t count)
     if (m_parts.size() == FilePart) {
         m_hash.addData(bytes, int(count));
         if (m_file.write(bytes, qint64(count)) != qint64(count))
-            fail(QString::fromLatin1("the file cannot be stored: %1").arg(m_file.errorString()));
+            fail(QString::fromLatin1("the file cannot be stored: %1").arg(writeFault(m_file)));
     } else if (m_parts.size() == TextPart) {
         if (m_text.size() + count > MaxTextSize)
             fail(QString::fromLatin1("the control text is too long"));
@@ -85,6 +85,8 @@ void UploadReader::finish(bool isWhole)
         fail(QString::fromLatin1("the upload broke off"));
     if (m_parts.size() < TextPart)
         fail(QString::fromLatin1("the upload has not its two parts"));
+    if (m_fault.isEmpty() && !m_file.flush())
+        fail(QString::fromLatin1("the file cannot be stored: %1").arg(writeFault(m_file)));
     if (m_fault.isEmpty() && !syncFile(m_file))
         fail(QString::fromLatin1("the file cannot be stored"));
     m_file.close();

@@ -197,6 +197,10 @@ private Q_SLOTS:
             << "refuse-progress=3" << int(Fault::RefuseProgress) << qint64(3);
         QTest::newRow("pace") << "slow-link=1" << int(Fault::SlowLink) << qint64(1);
         QTest::newRow("step") << "power-cut=8" << int(Fault::PowerCut) << qint64(8);
+        QTest::newRow("default word") << "silent" << int(Fault::Silent) << qint64(1);
+        QTest::newRow("first word") << "silent=send" << int(Fault::Silent) << qint64(0);
+        QTest::newRow("last word") << "silent=return" << int(Fault::Silent) << qint64(4);
+        QTest::newRow("last of fewer words") << "gone=done" << int(Fault::Gone) << qint64(2);
     }
     void faultValues()
     {
@@ -271,6 +275,26 @@ private Q_SLOTS:
         QTest::newRow("second value nought")
             << "register-ack=1:0"
             << "The ACK of the fault \"register-ack\" is a number from 1 to 65535.";
+        QTest::newRow("plus sign")
+            << "drop-progress=+1"
+            << "The value of the fault \"drop-progress\" is a number from 1 to 2147483647.";
+        QTest::newRow("minus sign")
+            << "never-ends=-0"
+            << "The value of the fault \"never-ends\" is a number from 0 to 99.";
+        QTest::newRow("blank") << "never-ends= 1"
+                               << "The value of the fault \"never-ends\" is a number from 0 to 99.";
+        QTest::newRow("no digit")
+            << "never-ends="
+            << "The value of the fault \"never-ends\" is a number from 0 to 99.";
+        QTest::newRow("sign of the second value")
+            << "register-ack=1:+1"
+            << "The ACK of the fault \"register-ack\" is a number from 1 to 65535.";
+        QTest::newRow("unknown word")
+            << "gone=restart"
+            << "The value of the fault \"gone\" is one of send, install, done.";
+        QTest::newRow("number for a word")
+            << "silent=1"
+            << "The value of the fault \"silent\" is one of send, install, done, restart, return.";
         QTest::newRow("step beyond the last")
             << "power-cut=9"
             << "The value of the fault \"power-cut\" is a number from 1 to 8.";

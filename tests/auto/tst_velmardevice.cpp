@@ -123,7 +123,9 @@ private Q_SLOTS:
                           "register-not-ready, register-slow, version-refused, version-allowed, "
                           "version-broken, version-silent, http-status, http-reset, http-slow, "
                           "http-stall, http-truncate, http-broken, http-empty, http-huge, "
-                          "http-switch, http-fails-after-done.\n");
+                          "http-switch, http-fails-after-done, endless-documents, gzip-bomb, "
+                          "poll-status, wrong-types, absent-keys, brick, lie, old-result, silent, "
+                          "gone, restarts, restarts-sending.\n");
         QTest::newRow("unknown generation")
             << QStringList { "--generation", "oldest" }
             << QByteArray("velmar-device: The value \"oldest\" of --generation is not \"older\", "

@@ -7,6 +7,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -267,12 +269,312 @@ private Q_SLOTS:
         QCOMPARE(installed("mcu.bin"), QByteArray("newest firmware"));
     }
 
+    void installingIsNotToBeCut_data()
+    {
+        QTest::addColumn<QString>("cut");
+        QTest::newRow("restart") << "restart";
+        QTest::newRow("switched off") << "terminate";
+        QTest::newRow("power lost") << "kill";
+        QTest::newRow("restart by itself") << "restarts";
+        QTest::newRow("unplugged") << "gone";
+    }
+    void installingIsNotToBeCut()
+    {
+        QFETCH(QString, cut);
+        QStringList options { "--install-ms", "3600000", "--fault", "brick", "--restart-ms", "0" };
+        if (cut == "restarts" || cut == "gone")
+            options = QStringList { "--install-ms", "0", "--fault", "brick", "--fault", cut };
+        QVERIFY(start(options));
+        QVERIFY(m_host.sendImage(image("firmware")));
+        QVERIFY(m_host.ask("upgrade.configure", order()));
+        const bool isSeenAtOnce = cut.startsWith("restart");
+        if (cut == "restart")
+            QVERIFY(m_host.ask("device.shutdown", restartOrder()));
+        if (cut == "terminate") {
+            m_device->process().terminate();
+        } else if (cut == "kill") {
+            m_device->kill();
+            QVERIFY(!isBricked()); // the next start finds out
+        } else {
+            QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+            QVERIFY(m_host.waitForEnd());
+            if (isSeenAtOnce)
+                QCOMPARE(m_device->nextEvent().value("event").toString(), QString("bricked"));
+            QCOMPARE(isBricked(), isSeenAtOnce);
+            QVERIFY(!m_host.connectTo(m_device->port()));
+            m_device->process().terminate();
+        }
+        QVERIFY(m_device->waitForEnd());
+        QCOMPARE(isBricked(), cut != "kill");
+        const quint16 port = m_device->port();
+
+        QVERIFY(!start({ "--listen", QString("127.0.0.1:%1").arg(port) })); // without the fault
+        QCOMPARE(m_device->ready().value("event").toString(), QString("bricked"));
+        QVERIFY(isBricked());
+        QVERIFY(!m_host.connectTo(port));
+        QCOMPARE(installed("mcu.bin"), QByteArray());
+        m_device->process().terminate();
+        QVERIFY(m_device->waitForEnd());
+        QCOMPARE(m_device->process().exitCode(), 0);
+    }
+
+    void fragileDeviceOutlives_data()
+    {
+        QTest::addColumn<QString>("event");
+        QTest::newRow("end of the connection while it installs") << "connection";
+        QTest::newRow("restart before the order") << "before";
+        QTest::newRow("restart behind the end") << "behind";
+        QTest::newRow("installation that fails") << "fails";
+    }
+    void fragileDeviceOutlives()
+    {
+        QFETCH(QString, event);
+        QStringList options { "--fault", "brick", "--restart-ms", "0", "--install-ms", "20" };
+        if (event == "fails")
+            options += QStringList { "--fault", "install-fails" };
+        QVERIFY(start(options));
+        QVERIFY(m_host.sendImage(image("firmware")));
+        if (event != "before")
+            QVERIFY(m_host.ask("upgrade.configure", order()));
+        if (event == "connection")
+            QVERIFY(m_host.connectTo(m_device->port()));
+        if (event != "before")
+            QCOMPARE(number(m_host.waitForInstallation(), "result"),
+                     qint64(event == "fails" ? 3 : 2));
+        QVERIFY(m_host.ask("device.shutdown", restartOrder()));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+        m_device->process().terminate();
+        QVERIFY(m_device->waitForEnd());
+        QVERIFY(!isBricked());
+        const bool isInstalled = event == "connection" || event == "behind";
+        QCOMPARE(installed("mcu.bin"), QByteArray(isInstalled ? "firmware" : ""));
+    }
+
+    void lies()
+    {
+        QVERIFY(start({ "--install-ms", "5", "--restart-ms", "0" }));
+        install("old firmware");
+        m_device->process().terminate();
+        QVERIFY(m_device->waitForEnd());
+        QVERIFY(start({ "--install-ms", "5", "--restart-ms", "0", "--fault", "lie" }));
+        const QCborValue versions = m_host.ask("version.read")->values;
+        QVERIFY(m_host.sendImage(image("new firmware")));
+        QVERIFY(m_host.ask("upgrade.configure", order()));
+        const Answer done = m_host.waitForInstallation();
+        QCOMPARE(number(done, "result"), qint64(2));
+        QCOMPARE(number(done, "rate"), qint64(100));
+        QCOMPARE(number(done, "run"), qint64(2));
+        QVERIFY(m_host.ask("device.shutdown", restartOrder()));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+        QVERIFY(m_host.connectTo(m_device->port()));
+        QCOMPARE(QCborValue(m_host.ask("version.read")->values), versions);
+        QCOMPARE(installed("mcu.bin"), QByteArray("old firmware"));
+        QVERIFY(!QDir(m_state->filePath("staging")).exists());
+        QVERIFY(QDir(m_state->filePath("images")).isEmpty());
+    }
+
+    void oldResultIsTold_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QVector<int>>("results"); // while it installs
+
+        QTest::newRow("done, if nothing else is told") << "old-result" << QVector<int> { 2, 2, 2 };
+        QTest::newRow("failed") << "old-result=3" << QVector<int> { 3, 3, 3 };
+        QTest::newRow("twice") << "old-result=2:2" << QVector<int> { 2, 2, 1 };
+    }
+    void oldResultIsTold()
+    {
+        QFETCH(QString, fault);
+        QVERIFY(start({ "--install-ms", "3600000", "--fault", fault }));
+        QCOMPARE(number(m_host.ask("upgrade.progress"), "result"), qint64(0));
+        QVERIFY(m_host.sendImage(image("firmware")));
+        const Answer ordered = m_host.ask("upgrade.configure", order());
+        QVERIFY(ordered && ordered->ack == 0);
+        QVERIFY(!ordered->values.contains(QLatin1String("run")));
+        QVector<int> results;
+        for (int i = 0; i < 3; ++i) {
+            const Answer progress = m_host.ask("upgrade.progress");
+            QVERIFY(progress && !progress->values.contains(QLatin1String("run")));
+            results.append(int(number(progress, "result")));
+            QCOMPARE(number(progress, "rate") == 100, results.last() == 2);
+        }
+        QTEST(results, "results");
+        QCOMPARE(installed("mcu.bin"), QByteArray());
+    }
+
+    void oldResultGivesWayToTheNewOne()
+    {
+        QVERIFY(start({ "--install-ms", "50", "--fault", "old-result=3" }));
+        QVERIFY(m_host.sendImage(image("firmware")));
+        QVERIFY(m_host.ask("upgrade.configure", order()));
+        QCOMPARE(number(m_host.ask("upgrade.progress"), "result"), qint64(3));
+        QTRY_COMPARE(number(m_host.ask("upgrade.progress"), "result"), qint64(2));
+        QCOMPARE(installed("mcu.bin"), QByteArray("firmware"));
+    }
+
+    void silence_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QString>("lastAnswered");
+        QTest::addColumn<bool>("isInstalled");
+
+        QTest::newRow("in a transfer") << "silent=send"
+                                       << "file.data" << false;
+        QTest::newRow("in an installation") << "silent=install"
+                                            << "upgrade.configure" << true;
+        QTest::newRow("there, if nothing else is told") << "silent"
+                                                        << "upgrade.configure" << true;
+        QTest::newRow("behind it") << "silent=done"
+                                   << "upgrade.configure" << true;
+        QTest::newRow("instead of a restart") << "silent=restart"
+                                              << "upgrade.progress" << true;
+        QTest::newRow("behind a restart") << "silent=return"
+                                          << "device.shutdown" << true;
+    }
+    void silence()
+    {
+        QFETCH(QString, fault);
+        QFETCH(QString, lastAnswered);
+        QVERIFY(start({ "--install-ms", "0", "--restart-ms", "0", "--fault", fault }));
+        const QByteArray bytes = image(QByteArray(1000, 'f'));
+        QVERIFY(m_host.announceAndOpen(bytes));
+        QVERIFY(m_host.sendChunk(bytes, 0, bytes.size() / 4));
+        if (lastAnswered != "file.data") {
+            const int rest = bytes.size() - bytes.size() / 4;
+            QVERIFY(m_host.sendChunk(bytes, bytes.size() / 4, rest));
+            QVERIFY(m_host.ask("file.close", { { QLatin1String("fileId"), 0 } }));
+            QVERIFY(m_host.ask("upgrade.configure", order()));
+        } else {
+            m_host.send("file.data",
+                        { { QLatin1String("fileId"), 0 },
+                          { QLatin1String("offset"), bytes.size() / 4 },
+                          { QLatin1String("bytes"), bytes.mid(bytes.size() / 4) } });
+        }
+        if (lastAnswered == "upgrade.configure") // its steps take no time
+            QTRY_VERIFY(!installed("mcu.bin").isEmpty());
+        if (lastAnswered == "upgrade.progress" || lastAnswered == "device.shutdown")
+            QCOMPARE(number(m_host.waitForInstallation(), "result"), qint64(2));
+        if (lastAnswered == "upgrade.progress")
+            m_host.send("device.shutdown", restartOrder());
+        if (lastAnswered == "device.shutdown") {
+            QVERIFY(m_host.ask("device.shutdown", restartOrder()));
+            QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+            QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+            QVERIFY(m_host.connectTo(m_device->port()));
+        }
+        QTRY_VERIFY(isMute(m_host));
+        RawHost other;
+        QVERIFY(other.connectTo(m_device->port()));
+        QVERIFY(isMute(other));
+        QCOMPARE(m_device->process().state(), QProcess::Running);
+        QTEST(!installed("mcu.bin").isEmpty(), "isInstalled");
+
+        m_device->process().terminate();
+        QVERIFY(m_device->waitForEnd());
+        QVERIFY(start({}));
+        QVERIFY(m_host.ask("ping"));
+    }
+
+    void unplugged_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<int>("result"); // of the installation, after the next start
+
+        QTest::newRow("in a transfer") << "gone=send" << 0;
+        QTest::newRow("in an installation") << "gone=install" << 3;
+        QTest::newRow("there, if nothing else is told") << "gone" << 3;
+        QTest::newRow("behind it") << "gone=done" << 2;
+    }
+    void unplugged()
+    {
+        QFETCH(QString, fault);
+        QFETCH(int, result);
+        QVERIFY(start({ "--install-ms", "0", "--restart-ms", "0", "--fault", fault }));
+        const Answer sent = m_host.sendImage(image("firmware"));
+        QCOMPARE(sent.has_value(), result != 0);
+        if (sent)
+            m_host.send("upgrade.configure", order());
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QVERIFY(m_host.waitForEnd());
+        for (int i = 0; i < 3; ++i)
+            QVERIFY(!m_host.connectTo(m_device->port()));
+        m_device->process().terminate();
+        QVERIFY(m_device->waitForEnd());
+        QCOMPARE(m_device->process().exitCode(), 0);
+
+        QVERIFY(start({}));
+        QCOMPARE(number(m_host.ask("upgrade.progress"), "result"), qint64(result));
+        QCOMPARE(installed("mcu.bin"), QByteArray(result == 2 ? "firmware" : ""));
+        QVERIFY(QDir(m_state->filePath("incoming")).isEmpty());
+    }
+
+    void restartsWhileInstalling()
+    {
+        QVERIFY(start({ "--install-ms", "5", "--restart-ms", "0", "--fault", "restarts=40" }));
+        QVERIFY(m_host.sendImage(image("firmware")));
+        QVERIFY(m_host.ask("upgrade.configure", order()));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        const QJsonObject ready = m_device->nextEvent();
+        QCOMPARE(ready.value("event").toString(), QString("ready"));
+        QCOMPARE(ready.value("restarts").toInt(), 1);
+        QVERIFY(m_host.waitForEnd());
+        QVERIFY(m_host.connectTo(m_device->port()));
+        const Answer progress = m_host.ask("upgrade.progress");
+        QCOMPARE(number(progress, "result"), qint64(0));
+        QCOMPARE(number(progress, "run"), qint64(1));
+        QCOMPARE(installed("mcu.bin"), QByteArray());
+        install("firmware"); // it happens once
+        QCOMPARE(installed("mcu.bin"), QByteArray("firmware"));
+    }
+
+    void restartsWhileReceiving()
+    {
+        QVERIFY(
+            start({ "--install-ms", "0", "--restart-ms", "0", "--fault", "restarts-sending=30" }));
+        const QByteArray bytes = image(QByteArray(1000, 'f'));
+        QVERIFY(m_host.announceAndOpen(bytes));
+        QVERIFY(m_host.sendChunk(bytes, 0, bytes.size() / 4));
+        QVERIFY(!m_host.sendChunk(bytes, bytes.size() / 4, 200));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+        QVERIFY(m_host.connectTo(m_device->port()));
+        const Answer answer = m_host.sendChunk(bytes, 0, 1); // what had arrived is forgotten
+        QCOMPARE(answer->ack, quint16(4));
+        install("firmware"); // it happens once
+    }
+
 private:
+    bool isBricked() const
+    {
+        QFile file(m_state->filePath("state.json"));
+        return file.open(QIODevice::ReadOnly)
+            && QJsonDocument::fromJson(file.readAll()).object().value("bricked").toBool();
+    }
+
+    int tracedPings() const
+    {
+        QFile file(m_state->filePath("trace"));
+        return file.open(QIODevice::ReadOnly) ? file.readAll().count("\"op\":\"ping\"") : 0;
+    }
+
+    /*! The second of two requests is noted when the device is done with the first. */
+    bool isMute(RawHost &host)
+    {
+        const int before = tracedPings();
+        host.send("ping");
+        host.send("ping");
+        return QTest::qWaitFor([&] { return tracedPings() >= before + 2; }) && host.hearsNothing();
+    }
+
     /*! Starts the device on this test's state folder and connects to it. */
     bool start(const QStringList &options)
     {
-        return m_device->start(QStringLiteral(VELMAR_DEVICE_PROGRAM),
-                               QStringList { "--state", m_state->path() } + options)
+        return m_device->start(
+                   QStringLiteral(VELMAR_DEVICE_PROGRAM),
+                   QStringList { "--state", m_state->path(), "--trace", m_state->filePath("trace") }
+                       + options)
             && m_host.connectTo(m_device->port());
     }
 

@@ -132,6 +132,12 @@ std::optional<RawHost::Answer> RawHost::waitForInstallation()
     return progress;
 }
 
+bool RawHost::hearsNothing()
+{
+    return !m_socket.waitForReadyRead(0) && m_socket.bytesAvailable() == 0
+        && m_socket.state() == QAbstractSocket::ConnectedState;
+}
+
 bool RawHost::waitForEnd()
 {
     return m_socket.state() == QAbstractSocket::UnconnectedState

@@ -55,6 +55,9 @@ public:
     /*! Asks for the progress until its result is not 1 any more, or for twenty seconds. */
     std::optional<Answer> waitForInstallation();
 
+    /*! True while the connection is there and nothing has come that was not received. */
+    bool hearsNothing();
+
     /*! True once the device has ended the connection. */
     bool waitForEnd();
 
