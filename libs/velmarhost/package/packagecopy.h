@@ -73,6 +73,10 @@ public:
         PrivateFolder::lockDescriptor(). */
     int lockDescriptor() const;
 
+    /*! Leaves the copy to a worker that goes on without this process and has inherited the lock:
+        the destructor does not remove it, but the next run does, once the worker has ended. */
+    void leave();
+
 private:
     Q_DISABLE_COPY_MOVE(PackageCopy)
 

@@ -6,6 +6,7 @@
 #include <nettle/sha2.h>
 
 #include <cstddef>
+#include <cstdint>
 
 namespace Velmar::Host {
 

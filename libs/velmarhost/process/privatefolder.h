@@ -12,9 +12,9 @@ namespace Velmar::Host {
 /*!
     A new folder that only this user may enter, removed with the object.
 
-    It lies in a base folder beside others of its kind. A lock on a file in it tells that its maker
-    is alive, or a process that inherited the lock's descriptor: sweep() removes those of which
-    nobody holds the lock, as a killed process leaves them.
+    It lies in a base folder beside others of its kind. A lock on a file beside it tells that its
+    maker is alive, or a process that inherited the lock's descriptor: sweep() removes those of
+    which nobody holds the lock, as a killed process leaves them.
 
     Everything is done by descriptor, below the base, and no link is followed there. The way to the
     base may lead over links; whoever may change that way is trusted. All functions: any thread, one
@@ -35,8 +35,11 @@ public:
     /*! Removes the folder with all in it. What cannot be removed stays for a sweep. */
     ~PrivateFolder();
 
-    /*! Absolute, as long as that of the base is. */
-    QString path() const;
+    /*! Leaves the folder to whoever has inherited the lock: the destructor does not remove it, but
+        a sweep does, once nobody holds the lock any more. */
+    void leave();
+
+    QString path() const; //!< absolute
 
     /*! Of the folder, open for reading. */
     int descriptor() const;
@@ -55,13 +58,15 @@ public:
 private:
     Q_DISABLE_COPY_MOVE(PrivateFolder)
 
-    PrivateFolder() = default;
+    PrivateFolder(QString path, QByteArray name, Descriptor base, Descriptor folder,
+                  Descriptor lock);
 
-    QString m_path;
-    QByteArray m_name; // in the base
-    Descriptor m_base;
-    Descriptor m_folder;
-    Descriptor m_lock;
+    const QString m_path;
+    const QByteArray m_name; // in the base
+    const Descriptor m_base;
+    const Descriptor m_folder;
+    const Descriptor m_lock;
+    bool m_isLeft = false;
 };
 
 /*! The folder \a name of the program's cache: below $XDG_CACHE_HOME if that is an absolute path,
