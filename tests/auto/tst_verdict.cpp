@@ -25,14 +25,15 @@ void TestVerdict::code_data()
 
     QTest::newRow("confirmed") << "confirmed" << 0;
     QTest::newRow("nothing-to-do") << "confirmed" << 0;
-    for (const char *word :
-         { "not-returned", "versions-differ", "versions-unreadable", "other-device", "no-progress",
-           "device-lost", "time-limit", "worker-lost" })
+    for (const char *word : { "not-returned", "not-restarted", "versions-differ",
+                              "versions-unreadable", "not-comparable", "other-device",
+                              "no-progress", "device-lost", "time-limit", "worker-lost" })
         QTest::newRow(word) << "unconfirmed" << 5;
     QTest::newRow("left") << "unconfirmed" << 130;
-    for (const char *word : { "copy-failed", "disk-full", "worker-died", "prepare-failed",
-                              "plan-mismatch", "send-failed", "silent-device", "bad-answer",
-                              "nothing-sent", "install-failed", "not-installed", "internal" })
+    for (const char *word :
+         { "copy-failed", "disk-full", "out-of-time", "worker-died", "prepare-failed",
+           "plan-mismatch", "send-failed", "silent-device", "bad-answer", "nothing-sent",
+           "install-failed", "not-installed", "internal" })
         QTest::newRow(word) << "failed" << 1;
     for (const char *word : { "package-refused", "nothing-fits", "not-planned", "plan-outdated" })
         QTest::newRow(word) << "failed" << 3;

@@ -23,8 +23,10 @@ enum class VerdictCode {
     NothingToDo,
     // Unconfirmed: the device had begun, or may have.
     NotReturned, //!< it did not come back in time
+    NotRestarted, //!< it has not restarted, so that its versions say nothing yet
     VersionsDiffer, //!< it is back with other versions than planned, but not those from before
     VersionsUnreadable, //!< it is back and does not tell its versions
+    NotComparable, //!< no version tells the old firmware from the new
     OtherDevice, //!< another device answers at the address
     NoProgress, //!< its installation stands still
     DeviceLost, //!< nothing is heard of it while it installs
@@ -39,6 +41,7 @@ enum class VerdictCode {
     NothingFits, //!< nothing of the package fits the device
     NotPlanned, //!< something that was picked would not be sent
     PlanOutdated, //!< package or device have changed since the plan was made
+    OutOfTime, //!< the whole took too long, and the device was not told to install
     Unreachable, //!< no device there, or not one that this host can talk to
     DeviceBusy, //!< another run on this machine has the device
     WorkerDied, //!< the worker process died before the order to install

@@ -1,0 +1,53 @@
+#ifndef VELMARHOST_VERSIONCOMPARISON_H
+#define VELMARHOST_VERSIONCOMPARISON_H
+
+#include "package/plan.h"
+#include "records/devicerecords.h"
+
+#include <QHash>
+#include <QPair>
+#include <QString>
+
+#include <vector>
+
+namespace Velmar::Host {
+
+/*! The versions of sections that a device tells, quick to ask. */
+class ToldVersions
+{
+public:
+    explicit ToldVersions(const ProtoModel::Auxiliary::s_DeviceVersion &versions);
+
+    /*! That of the section \a code on the part of \a type in a slot, as the device tells it; empty
+        if it does not, or tells "N/A". Of two parts or sections that are alike, the first counts. */
+    QString find(int type, quint8 slotId, quint16 code) const;
+
+private:
+    QHash<QPair<int, int>, QHash<quint16, QString>> m_parts; // by type and slot, then by code
+};
+
+/*! How planned sections and a device's versions go together. */
+struct VersionComparison {
+    struct Deviation {
+        PlannedSection section;
+        QString versionNow; //!< empty: not told
+    };
+
+    int count = 0; //!< of all sections
+    int asPlanned = 0; //!< have the version expected, or a new one if that is unknown
+    int changed = 0; //!< have another version than before, as planned or not
+    std::vector<Deviation> untold; //!< the device does not tell
+    std::vector<Deviation> unchanged; //!< the version from before, though another was expected
+    std::vector<Deviation> unjudged; //!< unknown what to expect, and the version from before, or
+        //!< that was not told
+    std::vector<Deviation> other; //!< a new version, but not the one expected
+
+    bool isAsPlanned() const { return count > 0 && asPlanned == count; }
+};
+
+VersionComparison compareVersions(const std::vector<PlannedSection> &sections,
+                                  const ProtoModel::Auxiliary::s_DeviceVersion &versions);
+
+} // namespace Velmar::Host
+
+#endif // VELMARHOST_VERSIONCOMPARISON_H
