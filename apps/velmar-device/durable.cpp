@@ -1,5 +1,6 @@
 #include "durable.h"
 
+#include <QBuffer>
 #include <QFile>
 
 #include <fcntl.h>
@@ -24,7 +25,9 @@ bool syncWith(int (*sync)(int), const QString &folderPath)
 
 QString writeFault(const QFile &file)
 {
-    return file.error() == QFileDevice::NoError
+    // What Qt says of a device without a cause, as of a buffer that was written in part.
+    const QString noCause = QBuffer().errorString();
+    return file.error() == QFileDevice::NoError || file.errorString() == noCause
         ? QString::fromLatin1("the disk has no room for all of it")
         : file.errorString();
 }

@@ -100,8 +100,7 @@ bool Installation::stageNext(qint64 maxBytes, QString &errorText)
         return false;
     }
     if (m_target.write(bytes) != wanted) {
-        errorText = QString::fromLatin1("\"%1\" cannot be written: %2")
-                        .arg(m_target.fileName(), writeFault(m_target));
+        errorText = targetFault();
         return false;
     }
     m_stagedBytes += wanted;
@@ -232,6 +231,12 @@ QString Installation::fault(const QString &what, const QFile &file) const
         .arg(file.fileName(), what, file.errorString());
 }
 
+QString Installation::targetFault() const
+{
+    return QString::fromLatin1("\"%1\" cannot be written: %2")
+        .arg(m_target.fileName(), writeFault(m_target));
+}
+
 bool Installation::loadImage(QString &errorText)
 {
     const auto image = readDeviceImage(m_source.fileName(), m_state.record().modelId, errorText);
@@ -309,7 +314,7 @@ bool Installation::openNext(QString &errorText)
 bool Installation::finishStagedFile(QString &errorText)
 {
     if (!m_target.flush()) {
-        errorText = fault(QString::fromLatin1("written"), m_target);
+        errorText = targetFault();
         return false;
     }
     m_target.close();

@@ -94,6 +94,7 @@ private:
     QString imagePath() const;
     QString stagedPath(std::size_t index) const;
     QString fault(const QString &what, const QFile &file) const;
+    QString targetFault() const;
     bool loadImage(QString &errorText);
     Outcome checkPlaces() const;
     bool conclude(const std::function<void(DeviceRecord &)> &change, QString &errorText);

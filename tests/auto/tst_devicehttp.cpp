@@ -16,7 +16,10 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <csignal>
 #include <memory>
+
+#include <sys/resource.h>
 
 using namespace Velmar;
 using namespace Velmar::Simulator;
@@ -377,6 +380,12 @@ private Q_SLOTS:
         row("the other generation from the second on", "http-switch=2",
             { "200 " + idle, "200 []", "200 []" });
         row("slow", "http-slow=30", { "200 " + idle });
+        row("redirected, if nothing else is told", "poll-status", { "302 " + idle });
+        row("another status", "poll-status=503", { "503 " + idle });
+        row("unknown list that breaks off", "endless-documents", { "200 {\"unknown\":[1,1" });
+        row("wrong types", "wrong-types",
+            { R"(200 {"result":"0","rate":"0","subSections":{"rate":"0"},"parts":[]})" });
+        row("absent keys", "absent-keys", { R"(200 {"subSections":{},"parts":[]})" });
     }
     void answerOfPolls()
     {
@@ -385,6 +394,185 @@ private Q_SLOTS:
         QVERIFY(start(QStringList { "--generation", "newer" } + faults));
         for (const QByteArray &answer : answers)
             QCOMPARE(ask(Poll), answer);
+    }
+
+    void faultsOfTheOlderGeneration_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::addColumn<QByteArray>("answer");
+
+        QTest::newRow("unknown list that breaks off")
+            << "endless-documents" << QByteArray("200 [{\"unknown\":[1,1");
+        QTest::newRow("wrong types")
+            << "wrong-types" << QByteArray(R"(200 [{"deviceId":"30465","result":"1",)");
+        QTest::newRow("absent keys")
+            << "absent-keys" << QByteArray(R"(200 [{"deviceId":30465,"updateBaseSections":)");
+    }
+    void faultsOfTheOlderGeneration()
+    {
+        QFETCH(QString, fault);
+        QFETCH(QByteArray, answer);
+        QVERIFY(start({ "--generation", "older", "--fault", "never-ends=10", "--fault", fault }));
+        QCOMPARE(ask(upload(image(), OlderText, UploadType)), QByteArray("200 ok"));
+        const QByteArray got = ask(Poll);
+        QVERIFY2(got.startsWith(answer), got.constData());
+    }
+
+    void compressedAnswerIsHuge()
+    {
+        QVERIFY(start({ "--generation", "newer", "--fault", "gzip-bomb=3" }));
+        QTcpSocket socket;
+        socket.connectToHost(Address, 8080);
+        socket.write(Poll); // which does not ask for compression
+        QTRY_COMPARE(socket.state(), QAbstractSocket::UnconnectedState);
+        const QByteArray answer = socket.readAll();
+        QVERIFY(answer.contains("Content-Encoding: gzip\r\n"));
+        const QByteArray body = answer.mid(answer.indexOf("\r\n\r\n") + 4);
+        QVERIFY2(body.size() < 20000, QByteArray::number(body.size()).constData());
+        QTemporaryFile file;
+        QVERIFY(file.open());
+        file.write(body);
+        file.close();
+        QProcess unpack;
+        unpack.setStandardInputFile(file.fileName());
+        unpack.start("gzip", { "-dc" });
+        QVERIFY(unpack.waitForFinished());
+        const QByteArray text = unpack.readAllStandardOutput();
+        QVERIFY(text.startsWith("    "));
+        QCOMPARE(text.size() - text.trimmed().size(), 3 * 1024 * 1024);
+        QVERIFY(text.endsWith(R"({"result":0,"rate":0,"subSections":{"rate":0},"parts":[]})"));
+    }
+
+    void streamedAnswerGoesOnUntilTheHostLeaves()
+    {
+        QVERIFY(start({ "--generation", "newer", "--fault", "endless-documents=streamed" }));
+        QTcpSocket socket;
+        socket.connectToHost(Address, 8080);
+        socket.write(Poll);
+        QByteArray answer;
+        QTRY_VERIFY((answer += socket.readAll()).size() > 5000000);
+        QVERIFY(answer.contains("\r\n\r\n{\"unknown\":[1,1,1,1,"));
+        QVERIFY(answer.endsWith("1") || answer.endsWith(","));
+        QVERIFY(socket.state() == QAbstractSocket::ConnectedState);
+        socket.abort();
+        QTRY_COMPARE(traced().size(), 1); // the device is done with it
+    }
+
+    void doneWithoutAnInstallation()
+    {
+        QVERIFY(start({ "--generation", "newer", "--fault", "lie" }));
+        QCOMPARE(ask(upload(image(), NewerText, UploadType)), QByteArray("200 ok"));
+        QTRY_VERIFY(ask(Poll).startsWith("200 {\"result\":2,"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+        QCOMPARE(installed("/firmware/mcu.bin"), QByteArray());
+    }
+
+    void oldResult()
+    {
+        QVERIFY(start(
+            { "--generation", "newer", "--install-ms", "3600000", "--fault", "old-result=2:1" }));
+        QVERIFY(ask(Poll).startsWith("200 {\"result\":0,"));
+        QCOMPARE(ask(upload(image(), NewerText, UploadType)), QByteArray("200 ok"));
+        QVERIFY(ask(Poll).startsWith("200 {\"result\":2,\"rate\":100,"));
+        QVERIFY(ask(Poll).startsWith("200 {\"result\":1,"));
+    }
+
+    void silence_data()
+    {
+        QTest::addColumn<QString>("word");
+        QTest::addColumn<bool>("isInstalled");
+
+        QTest::newRow("in an upload") << "send" << false;
+        QTest::newRow("in an installation") << "install" << true;
+        QTest::newRow("behind it") << "done" << true;
+        QTest::newRow("behind the restart") << "return" << true;
+    }
+    void silence()
+    {
+        QFETCH(QString, word);
+        QVERIFY(start({ "--generation", "newer", "--fault", "silent=" + word }));
+        const QByteArray request = upload(image(), NewerText, UploadType);
+        QTcpSocket uploading;
+        if (word == "send") {
+            uploading.connectToHost(Address, 8080);
+            uploading.write(request);
+            QVERIFY(!uploading.waitForReadyRead(100));
+            QCOMPARE(uploading.state(), QAbstractSocket::ConnectedState);
+        } else {
+            QCOMPARE(ask(request), QByteArray("200 ok"));
+            QTRY_VERIFY(!installed("/firmware/mcu.bin").isEmpty());
+        }
+        if (word == "return") {
+            QTRY_VERIFY(ask(Poll).startsWith("200 {\"result\":2,"));
+            QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+            QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+        }
+        QTcpSocket polling;
+        polling.connectToHost(Address, 8080);
+        polling.write(Poll);
+        QVERIFY(!polling.waitForReadyRead(100));
+        QCOMPARE(polling.state(), QAbstractSocket::ConnectedState);
+        m_device->process().terminate();
+        QVERIFY(m_device->waitForEnd());
+        QCOMPARE(m_device->process().exitCode(), 0);
+        QTRY_COMPARE(polling.state(), QAbstractSocket::UnconnectedState);
+        QCOMPARE(polling.readAll(), QByteArray());
+        QCOMPARE(uploading.readAll(), QByteArray());
+        QTEST(!installed("/firmware/mcu.bin").isEmpty(), "isInstalled");
+    }
+
+    void unplugged_data()
+    {
+        QTest::addColumn<QString>("word");
+        QTest::newRow("in an upload") << "send";
+        QTest::newRow("in an installation") << "install";
+        QTest::newRow("behind it") << "done";
+    }
+    void unplugged()
+    {
+        QFETCH(QString, word);
+        QVERIFY(start({ "--generation", "newer", "--fault", "gone=" + word }));
+        const QByteArray answer = ask(upload(image(), NewerText, UploadType));
+        QCOMPARE(answer, QByteArray(word == "send" ? "no answer" : "200 ok"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(ask(Poll), QByteArray("not listening"));
+        QCOMPARE(!installed("/firmware/mcu.bin").isEmpty(), word == "done");
+    }
+
+    void restartByItself_data()
+    {
+        QTest::addColumn<QString>("fault");
+        QTest::newRow("in an upload") << "restarts-sending=20";
+        QTest::newRow("in an installation") << "restarts=20";
+    }
+    void restartByItself()
+    {
+        QFETCH(QString, fault);
+        QVERIFY(start({ "--generation", "newer", "--fault", fault }));
+        const QByteArray request = upload(image(), NewerText, UploadType);
+        QCOMPARE(ask(request), QByteArray(fault == "restarts=20" ? "200 ok" : "no answer"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+        QVERIFY(ask(Poll).startsWith("200 {\"result\":0,"));
+        QCOMPARE(installed("/firmware/mcu.bin"), QByteArray());
+        QCOMPARE(ask(request), QByteArray("200 ok")); // it happens once
+        QTRY_VERIFY(ask(Poll).startsWith("200 {\"result\":2,"));
+    }
+
+    void fullDiskIsTold()
+    {
+        // The limit of a file's size stands for the end of the disk: both cut a write short.
+        const auto before = std::signal(SIGXFSZ, SIG_IGN); // by the device, too
+        QVERIFY(start({ "--generation", "newer" }));
+        std::signal(SIGXFSZ, before);
+        const rlimit limit { 100000, 100000 };
+        QCOMPARE(::prlimit(pid_t(m_device->process().processId()), RLIMIT_FSIZE, &limit, nullptr),
+                 0);
+        QCOMPARE(ask(upload(QByteArray(200000, 'x'), NewerText, UploadType)),
+                 QByteArray("400 the file cannot be stored: the disk has no room for all of it"));
+        QVERIFY(ask(Poll).startsWith("200 {\"result\":0,"));
+        QTRY_VERIFY(QDir(m_folder->filePath("state/incoming")).isEmpty());
     }
 
     void stalledAnswerEndsWithTheDevice()

@@ -64,6 +64,17 @@ private Q_SLOTS:
     void lastAnswerIsNotWaitedFor();
     void answersAreSlow();
     void deviceStaysAway();
+    void storingIsNotToBeCut_data();
+    void storingIsNotToBeCut();
+    void fragileDeviceStoresAlone();
+    void firmwareIsRefusedByAFragileDevice();
+    void deviceLies();
+    void deviceIsSilent_data();
+    void deviceIsSilent();
+    void deviceIsUnplugged_data();
+    void deviceIsUnplugged();
+    void deviceRestartsByItself_data();
+    void deviceRestartsByItself();
 
     void silentHostIsDropped();
     void pausedHostIsNot();
@@ -75,6 +86,8 @@ private:
         return m_host.ask("register.write", registerWrite(address, body));
     }
     bool prepare(quint32 length);
+    QJsonObject record() const;
+    bool isMute();
     bool send(const QByteArray &firmware);
     QString mcuVersion();
     QByteArray storedFirmware() const;
@@ -409,6 +422,188 @@ void tst_VelmarDeviceRegisters::deviceStaysAway()
     QVERIFY(m_host.waitForEnd());
     QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
     QVERIFY(!m_host.connectTo(m_device->port()));
+}
+
+QJsonObject tst_VelmarDeviceRegisters::record() const
+{
+    return QJsonDocument::fromJson(contents(m_state->filePath("state.json"))).object();
+}
+
+/*! The second of two requests is noted when the device is done with the first. */
+bool tst_VelmarDeviceRegisters::isMute()
+{
+    const auto tracedPings = [this] {
+        return contents(m_state->filePath("trace")).count("\"op\":\"ping\"");
+    };
+    const int before = tracedPings();
+    m_host.send("ping");
+    m_host.send("ping");
+    return QTest::qWaitFor([&] { return tracedPings() >= before + 2; }) && m_host.hearsNothing();
+}
+
+void tst_VelmarDeviceRegisters::storingIsNotToBeCut_data()
+{
+    QTest::addColumn<QString>("cut");
+    QTest::newRow("restart") << "restart";
+    QTest::newRow("switched off") << "terminate";
+    QTest::newRow("power lost") << "kill";
+}
+
+void tst_VelmarDeviceRegisters::storingIsNotToBeCut()
+{
+    QFETCH(QString, cut);
+    QVERIFY(start({ "--fault", "brick", "--install-ms", "3600000" }));
+    QVERIFY(prepare(3));
+    m_host.send("register.write", registerWrite(Data, "abc"));
+    QTRY_VERIFY(record().value("storing").toBool());
+    if (cut == "restart") {
+        RawHost other;
+        QVERIFY(other.connectTo(m_device->port()));
+        QVERIFY(other.ask("device.shutdown", { { QLatin1String("mode"), 0 } }));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("bricked"));
+        QVERIFY(record().value("bricked").toBool());
+        QVERIFY(!m_host.connectTo(m_device->port()));
+    }
+    if (cut == "kill")
+        m_device->kill();
+    else
+        m_device->process().terminate();
+    QVERIFY(m_device->waitForEnd());
+
+    QVERIFY(!start());
+    QCOMPARE(m_device->ready().value("event").toString(), QString("bricked"));
+    QVERIFY(record().value("bricked").toBool());
+}
+
+void tst_VelmarDeviceRegisters::fragileDeviceStoresAlone()
+{
+    // Neither a half transfer nor the end of a connection is a cut.
+    QVERIFY(start({ "--fault", "brick", "--install-ms", "0" }));
+    QVERIFY(prepare(6));
+    QCOMPARE(write(Data, "abc")->ack, quint16(0));
+    QVERIFY(m_host.ask("device.shutdown", { { QLatin1String("mode"), 0 } }));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+    QVERIFY(m_host.connectTo(m_device->port()));
+    QVERIFY(prepare(3));
+    m_host.send("register.write", registerWrite(Data, "abc"));
+    QVERIFY(m_host.connectTo(m_device->port()));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+    QCOMPARE(storedFirmware(), QByteArray("abc"));
+    QVERIFY(!record().contains("storing"));
+    QVERIFY(!record().contains("bricked"));
+}
+
+void tst_VelmarDeviceRegisters::firmwareIsRefusedByAFragileDevice()
+{
+    QVERIFY(start({ "--fault", "brick" }));
+    QVERIFY(prepare(4));
+    QCOMPARE(write(Data, "VRC2")->ack, quint16(112));
+    QVERIFY(!record().contains("storing"));
+}
+
+void tst_VelmarDeviceRegisters::deviceLies()
+{
+    QVERIFY(start());
+    QVERIFY(send("Controller MCU 3.2.1.0\n"));
+    QVERIFY(m_host.waitForEnd());
+    m_device->process().terminate();
+    QVERIFY(m_device->waitForEnd());
+    QVERIFY(start({ "--fault", "lie" }));
+    QVERIFY(send("Controller MCU 3.3.0.0\n"));
+    QVERIFY(m_host.waitForEnd());
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+    QVERIFY(m_host.connectTo(m_device->port()));
+    QCOMPARE(mcuVersion(), QString("3.2.1.0"));
+    QCOMPARE(storedFirmware(), QByteArray("Controller MCU 3.2.1.0\n"));
+    QVERIFY(QDir(m_state->filePath("incoming")).isEmpty());
+}
+
+void tst_VelmarDeviceRegisters::deviceIsSilent_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<int>("pieces"); // of four, answered
+    QTest::addColumn<QByteArray>("stored");
+
+    QTest::newRow("in the data") << "silent=send" << 1 << QByteArray();
+    QTest::newRow("at the last") << "silent=install" << 3 << QByteArray();
+    QTest::newRow("behind it") << "silent=done" << 3 << QByteArray("abcdefgh");
+    QTest::newRow("instead of the restart") << "silent=restart" << 4 << QByteArray("abcdefgh");
+    QTest::newRow("behind the restart") << "silent=return" << 4 << QByteArray("abcdefgh");
+}
+
+void tst_VelmarDeviceRegisters::deviceIsSilent()
+{
+    QFETCH(QString, fault);
+    QFETCH(int, pieces);
+    QVERIFY(start({ "--trace", m_state->filePath("trace"), "--fault", fault }));
+    const QByteArray firmware("abcdefgh");
+    QVERIFY(prepare(8));
+    for (int piece = 0; piece < pieces; ++piece)
+        QCOMPARE(write(Data, firmware.mid(2 * piece, 2))->ack, quint16(0));
+    if (pieces < 4)
+        m_host.send("register.write", registerWrite(Data, firmware.mid(2 * pieces, 2)));
+    if (fault.endsWith("return")) {
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+        QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+        QVERIFY(m_host.connectTo(m_device->port()));
+    }
+    QTRY_VERIFY(isMute());
+    QTEST(storedFirmware(), "stored");
+    QCOMPARE(record().value("restarts").toInt(), fault.endsWith("return") ? 1 : 0);
+}
+
+void tst_VelmarDeviceRegisters::deviceIsUnplugged_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<QByteArray>("stored");
+
+    QTest::newRow("in the data") << "gone=send" << QByteArray();
+    QTest::newRow("at the last") << "gone=install" << QByteArray();
+    QTest::newRow("behind it") << "gone=done" << QByteArray("abcd");
+}
+
+void tst_VelmarDeviceRegisters::deviceIsUnplugged()
+{
+    QFETCH(QString, fault);
+    QVERIFY(start({ "--fault", fault }));
+    QVERIFY(prepare(4));
+    if (fault == "gone=send")
+        QCOMPARE(write(Data, "a")->ack, quint16(0));
+    m_host.send("register.write", registerWrite(Data, fault == "gone=send" ? "b" : "abcd"));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+    QVERIFY(m_host.waitForEnd());
+    QVERIFY(!m_host.connectTo(m_device->port()));
+    QTEST(storedFirmware(), "stored");
+    QVERIFY(!record().value("bricked").toBool());
+}
+
+void tst_VelmarDeviceRegisters::deviceRestartsByItself_data()
+{
+    QTest::addColumn<QString>("fault");
+    QTest::newRow("in the data") << "restarts-sending=50";
+    QTest::newRow("at the last") << "restarts";
+}
+
+void tst_VelmarDeviceRegisters::deviceRestartsByItself()
+{
+    QFETCH(QString, fault);
+    QVERIFY(start({ "--fault", fault }));
+    QVERIFY(prepare(4));
+    QCOMPARE(write(Data, "a")->ack, quint16(0));
+    m_host.send("register.write", registerWrite(Data, fault == "restarts" ? "bcd" : "b"));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("away"));
+    QCOMPARE(m_device->nextEvent().value("event").toString(), QString("ready"));
+    QVERIFY(m_host.waitForEnd());
+    QCOMPARE(storedFirmware(), QByteArray());
+    QVERIFY(m_host.connectTo(m_device->port()));
+    QCOMPARE(write(Data, "c")->ack, quint16(109)); // what was written is forgotten
+    QVERIFY(send("abcd")); // it happens once
+    QVERIFY(m_host.waitForEnd());
+    QCOMPARE(storedFirmware(), QByteArray("abcd"));
 }
 
 void tst_VelmarDeviceRegisters::silentHostIsDropped()

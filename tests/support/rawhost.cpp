@@ -134,8 +134,8 @@ std::optional<RawHost::Answer> RawHost::waitForInstallation()
 
 bool RawHost::hearsNothing()
 {
-    return !m_socket.waitForReadyRead(0) && m_socket.bytesAvailable() == 0
-        && m_socket.state() == QAbstractSocket::ConnectedState;
+    m_socket.waitForReadyRead(0);
+    return m_socket.readAll().isEmpty() && m_socket.state() == QAbstractSocket::ConnectedState;
 }
 
 bool RawHost::waitForEnd()

@@ -55,7 +55,8 @@ public:
     /*! Asks for the progress until its result is not 1 any more, or for twenty seconds. */
     std::optional<Answer> waitForInstallation();
 
-    /*! True while the connection is there and nothing has come that was not received. */
+    /*! True while the connection is there and nothing has come that was not received; what has come
+        is dropped. */
     bool hearsNothing();
 
     /*! True once the device has ended the connection. */
