@@ -1,5 +1,6 @@
 #include "run/httprun.h"
 
+#include "run/httphost.h"
 #include "run/sendingpercent.h"
 
 #include "upgradeclientproxy.h"
@@ -8,24 +9,14 @@
 #include <velmarbizmodel/devicelist.h>
 #include <velmarssproxy/devicechannel.h>
 
-#include <QNetworkAccessManager>
-#include <QNetworkProxy>
+#include <QFileInfo>
 #include <QPointer>
 
 #include <utility>
 
 namespace Velmar::Host {
 
-namespace {
-
 using ProtoModel::Auxiliary::s_UpgradePercent;
-
-QString urlHost(const QString &host)
-{
-    return host.contains(QLatin1Char(':')) ? QStringLiteral("[%1]").arg(host) : host;
-}
-
-} // namespace
 
 HttpRun::HttpRun(HttpOrder order)
     : m_order(std::move(order))
@@ -36,7 +27,8 @@ HttpRun::HttpRun(HttpOrder order)
     connect(this, &DeviceRun::signalStageChanged, this, [this](Stage stage) {
         if (stage == Stage::Ended) {
             m_silence.stop();
-            UpgradeClientProxy::getInstance()->stopPostReply();
+            if (m_guard)
+                m_guard->stop();
         }
     });
     // The library keeps the callbacks for the life of the process.
@@ -51,22 +43,29 @@ HttpRun::HttpRun(HttpOrder order)
     });
 }
 
-HttpRun::~HttpRun()
-{
-    UpgradeClientProxy::getInstance()->stopPostReply();
-}
+HttpRun::~HttpRun() = default;
 
 void HttpRun::start(std::chrono::milliseconds timeLimit, std::chrono::milliseconds stallLimit)
 {
     begin(timeLimit);
+    QString errorText;
+    const auto host = httpHost(m_order.host, errorText);
+    if (!host) {
+        m_fault = VerdictCode::Unreachable;
+        failLater(errorText);
+        return;
+    }
+    // Asking for the version decides on the generation, and the library keeps that to itself.
+    m_guard = std::make_unique<HttpGuard>(m_order.isCompatible ? ProgressForm::Either
+                                                               : ProgressForm::Newer,
+                                          QFileInfo(m_order.filePath).size(), m_order.limits);
     listen();
     m_upgrade->init(m_order.isCompatible, std::make_shared<SSProxy::DeviceChannel>(m_order.link),
-                    m_order.modelId, m_order.parts, m_order.filePath, urlHost(m_order.host));
+                    m_order.modelId, m_order.parts, m_order.filePath, *host);
     const bool isComposed = m_upgrade->doDeviceUpgradeOfHTTP();
     // A message box without an end is how the library says that nothing has begun.
     if (!isComposed || !m_box.isEmpty()) {
-        // Not before start() has returned: whoever called it is not waiting yet.
-        QTimer::singleShot(0, this, [this] { finish(false, m_box); });
+        failLater(m_box);
         return;
     }
     m_silence.start(stallLimit);
@@ -84,14 +83,16 @@ void HttpRun::listen()
                 slotMessageBox(text);
                 return 0;
             });
+    connect(m_guard.get(), &HttpGuard::signalFault, this,
+            [this](VerdictCode code, const QString &text) {
+                m_fault = code;
+                finish(false, text);
+            });
     const auto *client = UpgradeClientProxy::getInstance();
-    // A proxy for the web knows no devices.
-    const auto managers = client->findChildren<QNetworkAccessManager *>();
-    for (QNetworkAccessManager *manager : managers)
-        manager->setProxy(QNetworkProxy::NoProxy);
-    connect(client, &UpgradeClientProxy::signalOnUploadProgress, this, [this] {
+    connect(client, &UpgradeClientProxy::signalOnUploadProgress, this, [this](qint64 sent) {
         if (stage() == Stage::Ended)
             return;
+        m_sentBytes = sent;
         noteSignOfLife();
         enter(Stage::Sending);
     });
@@ -130,6 +131,8 @@ void HttpRun::slotMessageBox(const QString &text)
 
 void HttpRun::slotProgress(const s_UpgradePercent &progress)
 {
+    if (m_guard)
+        m_guard->noteProgressRead();
     if (stage() == Stage::Ended)
         return;
     // 0 says nothing of this upgrade: a device that has restarted has forgotten it.
@@ -145,6 +148,12 @@ void HttpRun::slotFinished()
         return;
     // The message box comes behind the callback.
     QTimer::singleShot(0, this, [this] { finish(m_isStatusGood, m_status); });
+}
+
+void HttpRun::failLater(const QString &text)
+{
+    // Not before start() has returned: whoever called it is not waiting yet.
+    QTimer::singleShot(0, this, [this, text] { finish(false, text); });
 }
 
 void HttpRun::noteSignOfLife()

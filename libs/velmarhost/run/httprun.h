@@ -2,7 +2,9 @@
 #define VELMARHOST_HTTPRUN_H
 
 #include "run/devicerun.h"
+#include "run/httpguard.h"
 
+#include <optional>
 #include <vector>
 
 namespace Velmar::BizModel {
@@ -23,14 +25,16 @@ struct HttpOrder {
     std::vector<ProtoModel::Auxiliary::s_CardInfoParts> parts;
     QString filePath; //!< what is uploaded
     QString host; //!< name or address of the service, an IPv6 one without brackets
+    HttpLimits limits {};
 };
 
 /*!
     One upgrade over the device's HTTP service.
 
     The library has no time-outs on this road and can tell an end more than once; this run ends
-    once, and also if the device is silent for too long. One run at a time: the library's HTTP client
-    is there once in a process. Texts of its message boxes come as signalStatusText(), too.
+    once, and also if the device is silent for too long or HttpGuard finds fault with an answer. One
+    run at a time: the library's HTTP client is there once in a process. Texts of its message boxes
+    come as signalStatusText(), too.
 */
 class HttpRun : public DeviceRun
 {
@@ -44,6 +48,12 @@ public:
         nothing is heard for \a stallLimit ends the run as the time limit does. */
     void start(std::chrono::milliseconds timeLimit, std::chrono::milliseconds stallLimit);
 
+    /*! Why the run has failed, if it is not the library that said so. */
+    std::optional<VerdictCode> fault() const { return m_fault; }
+
+    /*! Bytes of the upload that have been sent so far, control text and all. */
+    qint64 sentBytes() const { return m_sentBytes; }
+
 private:
     Q_DISABLE_COPY_MOVE(HttpRun)
 
@@ -53,10 +63,14 @@ private:
     void slotProgress(const ProtoModel::Auxiliary::s_UpgradePercent &progress);
     void slotFinished();
     void noteSignOfLife();
+    void failLater(const QString &text);
 
     const HttpOrder m_order;
     std::unique_ptr<Firmware::UpgradeFileOfHTTP> m_upgrade;
+    std::unique_ptr<HttpGuard> m_guard;
     QTimer m_silence;
+    std::optional<VerdictCode> m_fault;
+    qint64 m_sentBytes = 0;
     QString m_status; // as the library showed it last
     bool m_isStatusGood = false;
     QString m_box; // as the library showed it last
