@@ -1,5 +1,6 @@
 #include "commandline.h"
 #include "verbs.h"
+#include "worker/workermain.h"
 
 #include <QCoreApplication>
 
@@ -27,6 +28,10 @@ constexpr Handler Handlers[] = {
 int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
+    // Not for people, and so in no help: each upgrade runs in a process that the program starts
+    // of itself.
+    if (QCoreApplication::arguments().mid(1) == QStringList(QStringLiteral("worker")))
+        workerMain();
     auto code = HostExitCode::Ok;
     const auto options = readCommandLine(QCoreApplication::arguments().mid(1), code);
     if (!options)

@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 
 namespace Velmar::Host {
 
@@ -87,6 +88,48 @@ public:
     BizModel::LinkAnswer send(const BizModel::LinkRequest &request) override;
     void pauseHeartbeat(int milliseconds) override;
     void restartHeartbeat() override;
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    /*! What a device shows of an installation. */
+    struct Shown {
+        int result = LinkTraffic::NoResult;
+        std::optional<qint64> run; //!< its number, of a device that numbers them
+
+        bool isEnd() const;
+        bool operator==(const Shown &other) const;
+    };
+
+    static std::optional<Shown> readShown(const BizModel::LinkAnswer &answer);
+
+    BizModel::LinkAnswer announce(const BizModel::LinkRequest &request);
+    BizModel::LinkAnswer order(const BizModel::LinkRequest &request);
+    BizModel::LinkAnswer askForProgress(const BizModel::LinkRequest &request);
+    BizModel::LinkAnswer restart(const BizModel::LinkRequest &request);
+    BizModel::LinkAnswer writeRegister(const BizModel::LinkRequest &request);
+    BizModel::LinkAnswer pass(const BizModel::LinkRequest &request);
+    void countContents(const BizModel::LinkRequest &request, const BizModel::LinkAnswer &answer);
+    void noteShown(const Shown &shown, int connection);
+    bool isOld(const Shown &shown) const;
+    void tellOrdering(const LinkTraffic &traffic) const;
+
+    const std::shared_ptr<BizModel::DeviceLink> m_link;
+    const Hooks m_hooks;
+
+    mutable std::mutex m_mutex; // guards what follows, and is never held during a request
+    LinkTraffic m_traffic;
+    std::multiset<Clock::time_point> m_underWay; // when the open requests were sent
+    QString m_announcementFault;
+    std::chrono::milliseconds m_oldEndLimit { std::chrono::minutes(1) };
+    QDeadlineTimer m_oldEnd; // how long an old end is turned into "still running"
+    std::optional<Shown> m_shownBefore; // the order; nothing if the device did not tell
+    std::optional<qint64> m_run; // the number that the device gave to what was ordered
+    int m_connection = 0; // counts tries to connect, each of which may have made a new one
+    int m_endConnection = 0; // the one on which the end was told
+    bool m_isNewShown = false; // something else than before the order was shown since
+    bool m_isRunningShown = false;
+    bool m_isStopped = false;
 };
 
 } // namespace Velmar::Host

@@ -11,9 +11,18 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <variant>
 #include <vector>
 
 namespace Velmar::Host {
+
+/*! How a worker process is started. */
+struct WorkerLaunch {
+    QString program; //!< empty: the running program itself
+    QStringList arguments { QStringLiteral("worker") };
+    qint64 memoryLimit = 512LL * 1024 * 1024; //!< bytes of data (RLIMIT_DATA); 0: none
+    std::chrono::milliseconds endLimit { 5000 }; //!< from its last message to its end
+};
 
 /*!
     One upgrade in a process of its own, seen from the host that started it.
@@ -32,15 +41,7 @@ class UpgradeWorker : public QObject
     Q_OBJECT
 
 public:
-    /*! How a worker process is started. */
-    struct Launch {
-        QString program; //!< empty: the running program itself
-        QStringList arguments { QStringLiteral("worker") };
-        qint64 memoryLimit = 512LL * 1024 * 1024; //!< bytes of data (RLIMIT_DATA); 0: none
-        std::chrono::milliseconds endLimit { 5000 }; //!< from its last message to its end
-    };
-
-    explicit UpgradeWorker(Launch launch = {});
+    explicit UpgradeWorker(WorkerLaunch launch = {});
 
     /*! Kills the process if it runs. */
     ~UpgradeWorker() override;
@@ -97,6 +98,30 @@ private:
     Q_DISABLE_COPY_MOVE(UpgradeWorker)
 
     class Process;
+
+    /*! The last word of the worker itself. */
+    using Last = std::variant<EndTell, RefusedTell>;
+
+    void write(const QByteArray &line);
+    void readMessages();
+    void readErrors();
+    void take(const QByteArray &line);
+    void tell(const WorkerMessage &message);
+    void fail(const QString &why);
+    void slotFinished();
+    void end();
+    QString deathOf(const Process &process) const;
+
+    const WorkerLaunch m_launch;
+    std::unique_ptr<Process> m_process; // from start() to the end
+    LineCutter m_lines;
+    QByteArray m_errors; // of the process's standard error, up to the end of a line
+    QTimer m_endLimit;
+    LinkTraffic m_traffic;
+    std::optional<Phase> m_phase;
+    std::optional<Last> m_last;
+    QString m_fault; // why the process was killed, if it was
+    bool m_hasGreeted = false;
 };
 
 } // namespace Velmar::Host

@@ -6,6 +6,7 @@
 #include "records/devicerecords.h"
 #include "run/phase.h"
 #include "run/verdict.h"
+#include "worker/workerline.h"
 
 #include <QByteArray>
 #include <QString>
@@ -80,9 +81,6 @@ struct EndTell {
 using WorkerMessage =
     std::variant<HelloTell, PhaseTell, PlanTell, RefusedTell, StatusTell, SendingTell,
                  InstallingTell, TrafficTell, LogTell, StopTell, EndTell>;
-
-/*! Longest line that either side sends or takes, in bytes, with its line feed. */
-constexpr int WorkerLineLimit = 1024 * 1024;
 
 /*! Longest text of a message, in characters; longer ones are cut when they are written. */
 constexpr int WorkerTextLimit = 16 * 1024;

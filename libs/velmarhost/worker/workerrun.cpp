@@ -1,0 +1,492 @@
+#include "worker/workerrun.h"
+
+#include "device/devicesession.h"
+#include "device/modelnames.h"
+#include "package/imagecheck.h"
+#include "package/offer.h"
+#include "package/packageparse.h"
+#include "package/planner.h"
+#include "package/registerchoice.h"
+#include "run/httprun.h"
+#include "run/imagebuild.h"
+#include "run/registerrun.h"
+#include "run/upgraderun.h"
+#include "worker/workervoice.h"
+
+#include "upgradeclientproxy.h"
+
+#include <tzcryptrc2/cryptkey.h>
+#include <velmarbizmodel/catalogue.h>
+#include <velmarbizmodel/device.h>
+#include <velmarbizmodel/deviceconfigmanager.h>
+#include <velmarmodelcontrol/auxiliary.h>
+#include <velmarssproxy/socketlink.h>
+
+#include <QEventLoop>
+#include <QThread>
+
+#include <functional>
+#include <utility>
+
+#include <unistd.h>
+
+namespace Velmar::Host {
+
+namespace {
+
+using ProtoModel::Auxiliary::s_UpgradePercent;
+
+// What a device reports of its installation.
+constexpr int Running = 1;
+constexpr int Installed = 2;
+constexpr int InstallationFailed = 3;
+
+constexpr std::chrono::milliseconds TrafficInterval { 200 };
+constexpr std::chrono::seconds IdleLimit { 10 }; // several looks at the progress
+
+// A host that does not read, as it was stopped, does not keep the device waiting for longer.
+constexpr std::chrono::seconds TellLimit { 2 };
+
+/*! Runs \a work on a thread of its own, and goes on with events until that is done. */
+void awaitOnThread(const std::function<void()> &work)
+{
+    const std::unique_ptr<QThread> thread(QThread::create(work));
+    QEventLoop loop;
+    QObject::connect(thread.get(), &QThread::finished, &loop, &QEventLoop::quit);
+    thread->start();
+    loop.exec();
+    thread->wait();
+}
+
+} // namespace
+
+WorkerRun::WorkerRun(WorkerOrder order, WorkerVoice &voice)
+    : m_order(std::move(order))
+    , m_voice(voice)
+{
+    m_trafficTimer.setInterval(TrafficInterval);
+    connect(&m_trafficTimer, &QTimer::timeout, this, &WorkerRun::tellTraffic);
+}
+
+WorkerRun::~WorkerRun() = default;
+
+void WorkerRun::begin()
+{
+    useSettings();
+    if (m_order.mode == WorkerMode::Watch)
+        watch();
+    else
+        plan();
+}
+
+void WorkerRun::take(WorkerCommand command)
+{
+    switch (command) {
+    case WorkerCommand::Go:
+        if (m_step == Step::Waiting)
+            go();
+        break;
+    case WorkerCommand::Stop:
+        stop();
+        break;
+    }
+}
+
+void WorkerRun::loseHost()
+{
+    if (m_order.mode == WorkerMode::Watch) {
+        // A device that is installing is restarted at the end, whoever ordered it.
+        if (!m_run)
+            leave(EndTell { false, QString() });
+        return;
+    }
+    if (stopInTime())
+        leave(EndTell { false, QString() });
+}
+
+void WorkerRun::useSettings()
+{
+    QString errorText;
+    if (!m_order.cataloguePath.isEmpty()) {
+        const auto catalogue = BizModel::Catalogue::load(m_order.cataloguePath, errorText);
+        if (!catalogue)
+            refuse(VerdictCode::Internal, errorText);
+        catalogue->install();
+    }
+    if (!m_order.keyFilePath.isEmpty()) {
+        TZ::CryptKey key;
+        if (!TZ::readCryptKeyFile(m_order.keyFilePath, key, errorText) || !TZ::setCryptKey(key))
+            refuse(VerdictCode::Internal, errorText);
+    }
+}
+
+void WorkerRun::plan()
+{
+    tellPhase(Phase::Planning);
+    if (m_order.modelId) {
+        planForModel();
+        return;
+    }
+    openSession();
+    parse(std::nullopt);
+    makePlanFor(*m_session->device());
+    tellPlan();
+}
+
+void WorkerRun::planForModel()
+{
+    const auto *config =
+        BizModel::DeviceConfigManager::instance()->findDeviceConfigByID(*m_order.modelId);
+    if (config == nullptr)
+        refuse(VerdictCode::NothingFits,
+               QStringLiteral("The catalogue does not know the model %1")
+                   .arg(modelNumber(*m_order.modelId)));
+    parse(m_order.modelId);
+    // Never asked anything: without cards and versions there is nothing to ask.
+    BizModel::Device device(*config, {}, std::make_shared<SSProxy::SocketLink>(QString()));
+    makePlanFor(device);
+    tellPlan();
+}
+
+void WorkerRun::openSession()
+{
+    m_link = std::make_shared<GuardedLink>(
+        std::make_shared<SSProxy::SocketLink>(m_order.device.host, m_order.device.port),
+        GuardedLink::Hooks {
+            [this] { return imageFault(); },
+            [this](const LinkTraffic &told) { announceOrder(told.isRestartOrdered); },
+        });
+    QString errorText;
+    m_session = DeviceSession::open(m_link, m_order.device.toString(), errorText);
+    if (!m_session)
+        refuse(VerdictCode::Unreachable, errorText);
+    m_trafficTimer.start();
+}
+
+void WorkerRun::parse(std::optional<quint16> modelId)
+{
+    m_parse = std::make_unique<PackageParse>(m_order.packagePath);
+    QEventLoop loop;
+    bool isGood = false;
+    QString errorText;
+    connect(m_parse.get(), &PackageParse::signalEnded, &loop,
+            [&](bool result, const QString &text) {
+                isGood = result;
+                errorText = text;
+                loop.quit();
+            });
+    if (modelId)
+        m_parse->startForModel(*modelId, m_order.timeLimit);
+    else
+        m_parse->start(m_order.timeLimit);
+    loop.exec();
+    if (!isGood || !m_listing.read(m_order.packagePath, errorText))
+        refuse(VerdictCode::PackageRefused, errorText);
+}
+
+void WorkerRun::makePlanFor(BizModel::Device &device)
+{
+    const auto offered = offeredParts(m_parse->units(), device);
+    QString errorText;
+    const bool isChosen = m_order.road == Road::Registers
+        ? chooseForRegisters(offered, m_listing, device.modelId(), m_selection, errorText)
+        : m_selection.choose(offered, m_order.wish, errorText);
+    if (!isChosen) {
+        const bool hasWish = !m_order.wish.sections.isEmpty() || !m_order.wish.cards.isEmpty();
+        refuse(hasWish && !offered.empty() ? VerdictCode::NotPlanned : VerdictCode::NothingFits,
+               errorText);
+    }
+    ProtoModel::Auxiliary::s_DeviceVersion versions;
+    if (m_session) {
+        bool isRead = false;
+        awaitOnThread([&] {
+            isRead =
+                ModelControl::Auxiliary(m_session->device()).readDeviceVersion(versions, errorText);
+        });
+        if (!isRead)
+            refuse(VerdictCode::Unreachable,
+                   QStringLiteral("The device does not tell its versions: %1").arg(errorText));
+    }
+    // The plan for a model has its number in place of an address.
+    const auto address =
+        m_session ? m_order.device : DeviceAddress { modelNumber(device.modelId()), 1 };
+    VerdictCode code = VerdictCode::Internal;
+    if (!makePlan({ m_order.road, m_order.wish, m_selection, m_parse->units(),
+                    m_parse->dataFilePaths(), m_listing, m_order.packagePath, device, versions,
+                    address, m_session ? m_session->serial() : QString(),
+                    m_session ? m_session->name() : QString(), m_order.upload },
+                  m_plan, code, errorText))
+        refuse(code, errorText);
+}
+
+void WorkerRun::tellPlan()
+{
+    if (toLine(PlanTell { m_plan }).size() > WorkerLineLimit)
+        refuse(VerdictCode::PackageRefused,
+               QStringLiteral("The package lists so many files that a plan of it has more than %1 "
+                              "bytes")
+                   .arg(WorkerLineLimit));
+    m_voice.tell(PlanTell { m_plan });
+    if (m_order.mode == WorkerMode::Plan)
+        end(true, QString());
+    m_step = Step::Waiting;
+}
+
+void WorkerRun::go()
+{
+    tellPhase(Phase::Preparing);
+    switch (m_order.road) {
+    case Road::Native: {
+        auto run = std::make_unique<UpgradeRun>(
+            UpgradeOrder { m_session->device(), m_selection.cardInfoParts(), m_parse->units(),
+                           m_parse->dataFilePaths(), m_order.packagePath });
+        follow(*run);
+        auto &started = *run;
+        m_run = std::move(run);
+        started.start(Firmware::Enum::UpgradeProcessType::FullUpgrade, m_order.timeLimit);
+        break;
+    }
+    case Road::Http:
+        goByHttp();
+        break;
+    case Road::Registers: {
+        auto run = std::make_unique<RegisterRun>(m_link, registerParts(m_selection));
+        follow(*run);
+        auto &started = *run;
+        m_run = std::move(run);
+        started.start(m_order.timeLimit);
+        break;
+    }
+    }
+}
+
+void WorkerRun::goByHttp()
+{
+    auto filePath = m_order.upload.filePath;
+    if (filePath.isEmpty()) {
+        m_step = Step::Preparing;
+        m_image = std::make_unique<ImageBuild>(
+            UpgradeOrder { m_session->device(), m_selection.cardInfoParts(), m_parse->units(),
+                           m_parse->dataFilePaths(), m_order.packagePath });
+        QString errorText;
+        if (!m_image->run(m_order.timeLimit, errorText))
+            refuse(VerdictCode::PrepareFailed, errorText);
+        filePath = m_image->imagePath();
+        if (!checkImage(filePath, m_plan, errorText))
+            refuse(VerdictCode::PlanMismatch, errorText);
+    }
+    HttpOrder order;
+    order.isCompatible = m_order.upload.isCompatible;
+    order.link = m_link;
+    order.modelId = m_session->device()->modelId();
+    order.parts = m_selection.cardInfoParts();
+    order.filePath = filePath;
+    order.host = m_order.upload.host.isEmpty() ? m_order.device.host : m_order.upload.host;
+    auto run = std::make_unique<HttpRun>(std::move(order));
+    follow(*run);
+    // The device may begin as soon as it has everything.
+    connect(UpgradeClientProxy::getInstance(), &UpgradeClientProxy::signalOnUploadProgress, this,
+            [this](qint64 sent, qint64 total) {
+                m_upload.sentBytes = sent;
+                m_upload.totalBytes = total;
+                m_upload.isOrdered = m_upload.isOrdered || sent >= total;
+                if (m_upload.isOrdered)
+                    tellTraffic();
+            });
+    connect(run.get(), &DeviceRun::signalInstalling, this, [this](const s_UpgradePercent &told) {
+        m_upload.result = told.result;
+        m_upload.isEndTold = told.result == Installed || told.result == InstallationFailed;
+        ++m_upload.answers;
+    });
+    auto &started = *run;
+    m_run = std::move(run);
+    started.start(m_order.timeLimit, m_order.silenceLimit);
+}
+
+void WorkerRun::watch()
+{
+    openSession();
+    tellPhase(Phase::Installing);
+    bool isRead = false;
+    s_UpgradePercent progress;
+    QString errorText;
+    awaitOnThread([&] {
+        isRead =
+            ModelControl::Auxiliary(m_session->device()).readUpgradeProgress(progress, errorText);
+    });
+    if (!isRead)
+        refuse(VerdictCode::DeviceLost,
+               QStringLiteral("The device does not tell its progress: %1").arg(errorText));
+    m_voice.tell(InstallingTell { progress });
+    const bool hasEnded = progress.result == Installed || progress.result == InstallationFailed;
+    if (hasEnded && !m_order.mayRestart)
+        end(progress.result == Installed,
+            progress.result == Installed
+                ? QStringLiteral("The device has installed everything and is not restarted")
+                : QStringLiteral("The installation has failed, and the device is not restarted"));
+    if (!hasEnded && progress.result != Running)
+        end(false, QStringLiteral("The device is installing nothing"));
+    auto run = std::make_unique<UpgradeRun>(UpgradeOrder { m_session->device(), {}, {}, {}, {} });
+    follow(*run);
+    auto &started = *run;
+    m_run = std::move(run);
+    started.start(Firmware::Enum::UpgradeProcessType::ReadProgressOnly, m_order.timeLimit);
+}
+
+void WorkerRun::follow(DeviceRun &run)
+{
+    m_step = Step::Running;
+    connect(&run, &DeviceRun::signalStageChanged, this, &WorkerRun::slotStage);
+    connect(&run, &DeviceRun::signalStatusText, this,
+            [this](const QString &text) { m_voice.tell(StatusTell { text }); });
+    connect(&run, &DeviceRun::signalSending, this, [this](int percent) {
+        const auto now = traffic();
+        m_voice.tell(SendingTell { qBound(0, percent, 100), now.sentBytes, now.totalBytes });
+    });
+    connect(&run, &DeviceRun::signalInstalling, this, [this](const s_UpgradePercent &progress) {
+        m_voice.tell(InstallingTell { progress });
+    });
+    connect(&run, &DeviceRun::signalEnded, this, &WorkerRun::slotEnded);
+}
+
+void WorkerRun::stop()
+{
+    if (m_order.mode == WorkerMode::Watch) {
+        if (m_link)
+            m_link->stop(); // the device is not restarted at the end, either
+        m_voice.tell(StopTell { true });
+        end(false, QStringLiteral("The device is no longer watched"));
+    }
+    const bool isStopped = stopInTime();
+    if (!isStopped && m_order.road == Road::Registers) {
+        // The write under way gets its answer, and the library ends at the next one.
+        m_link->stop();
+        m_voice.tell(StopTell { true });
+        return;
+    }
+    m_voice.tell(StopTell { isStopped });
+    if (isStopped)
+        end(false,
+            QStringLiteral("The upgrade was stopped before the device had begun to install"));
+}
+
+/*! Keeps the device from being changed, unless it may have begun. */
+bool WorkerRun::stopInTime()
+{
+    return !m_upload.isOrdered && (!m_link || m_link->stopBeforeOrder());
+}
+
+LinkTraffic WorkerRun::traffic() const
+{
+    auto traffic = m_link->traffic();
+    if (m_order.road == Road::Http && m_order.mode == WorkerMode::Upgrade) {
+        traffic.answers += m_upload.answers;
+        traffic.requests += m_upload.answers;
+        traffic.sentBytes = m_upload.sentBytes;
+        traffic.totalBytes = m_upload.totalBytes;
+        traffic.result = m_upload.result;
+        traffic.isOrdered = m_upload.isOrdered;
+        traffic.isEndTold = m_upload.isEndTold;
+    }
+    return traffic;
+}
+
+void WorkerRun::tellTraffic()
+{
+    const auto now = tellNewTraffic();
+    if (!now.isIdle || m_step != Step::Running) {
+        m_idle.invalidate();
+    } else if (!m_idle.isValid()) {
+        m_idle.start();
+    } else if (m_idle.hasExpired(std::chrono::milliseconds(IdleLimit).count())) {
+        // The library would go on asking for ever.
+        m_link->stop();
+        end(false,
+            QStringLiteral("The device has stopped installing without telling an end; it may have "
+                           "restarted"));
+    }
+}
+
+// Any thread. What is told last is what is true: an order is never unsaid by what was looked up
+// before it.
+LinkTraffic WorkerRun::tellNewTraffic()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto now = traffic();
+    if (now != m_toldTraffic)
+        m_voice.tell(TrafficTell { now });
+    m_toldTraffic = now;
+    return now;
+}
+
+// Any thread. There is no way back to an earlier phase.
+void WorkerRun::tellPhase(Phase phase)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_phase && *m_phase >= phase)
+        return;
+    m_phase = phase;
+    m_voice.tell(PhaseTell { phase });
+}
+
+// On the library's thread, before the device gets the order: whatever happens to this process then,
+// the host knows that the device may be at work.
+void WorkerRun::announceOrder(bool isRestart)
+{
+    if (m_order.road == Road::Registers)
+        tellPhase(Phase::Sending);
+    else
+        tellPhase(Phase::Installing);
+    if (isRestart)
+        tellPhase(Phase::Restarting);
+    tellNewTraffic();
+    m_voice.flush(TellLimit);
+}
+
+// On the library's thread.
+QString WorkerRun::imageFault() const
+{
+    QString errorText;
+    checkImage(m_order.packagePath + QLatin1String("/upgrade"), m_plan, errorText);
+    return errorText;
+}
+
+void WorkerRun::slotStage(DeviceRun::Stage stage)
+{
+    if (stage == DeviceRun::Stage::Ended)
+        return;
+    m_stage = stage;
+    if (stage == DeviceRun::Stage::Sending)
+        tellPhase(Phase::Sending);
+    else if (stage == DeviceRun::Stage::Installing)
+        tellPhase(Phase::Installing);
+}
+
+void WorkerRun::slotEnded(DeviceRun::Outcome outcome, const QString &text)
+{
+    if (outcome == DeviceRun::Outcome::TimedOut)
+        refuse(VerdictCode::TimeLimit, QStringLiteral("The upgrade took longer than it may take"));
+    const auto fault = m_link->announcementFault();
+    if (!fault.isEmpty())
+        refuse(VerdictCode::PlanMismatch, fault);
+    end(outcome == DeviceRun::Outcome::Succeeded, text);
+}
+
+void WorkerRun::refuse(VerdictCode code, const QString &text)
+{
+    leave(RefusedTell { code, text });
+}
+
+void WorkerRun::end(bool result, const QString &text)
+{
+    leave(EndTell { result, text });
+}
+
+void WorkerRun::leave(const WorkerMessage &last)
+{
+    if (m_link)
+        tellNewTraffic();
+    leaveWorker(m_voice, WorkerExit::Told, last);
+}
+
+} // namespace Velmar::Host
