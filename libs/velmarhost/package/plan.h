@@ -25,7 +25,7 @@ struct PlannedCard {
 
 /*! The device that a plan is for, with its texts as it tells them. */
 struct PlannedDevice {
-    DeviceAddress address;
+    DeviceAddress address; //!< with an empty host in a plan for a model alone
     quint16 modelId = 0;
     QString modelName; //!< by the catalogue in use, with the number
     QString serial;

@@ -164,12 +164,7 @@ private:
                 node,
                 { Key::Address, Key::ModelId, Key::Model, Key::Serial, Key::Name, Key::Cards }))
             return;
-        const Node address = node.member(Key::Address);
-        QString fault;
-        const auto parsed = DeviceAddress::parse(text(address), 0, fault);
-        if (!parsed || parsed->port == 0)
-            fail(address, QStringLiteral("is no address with a port"));
-        device.address = parsed.value_or(DeviceAddress());
+        device.address = address(node.member(Key::Address));
         device.modelId = word(node.member(Key::ModelId));
         device.modelName = text(node.member(Key::Model));
         device.serial = text(node.member(Key::Serial));
@@ -183,6 +178,18 @@ private:
             }
             return card;
         });
+    }
+
+    DeviceAddress address(const Node &node)
+    {
+        const QString told = text(node);
+        if (told.isEmpty())
+            return {}; // made for a model alone
+        QString fault;
+        const auto parsed = DeviceAddress::parse(told, 0, fault);
+        if (!parsed || parsed->port == 0)
+            fail(node, QStringLiteral("must be an address with a port, or empty"));
+        return parsed.value_or(DeviceAddress());
     }
 
     void readWish(const Node &node, Wish &wish)
@@ -372,7 +379,8 @@ QJsonObject Plan::toJson() const
         { Key::PlanFormat, Format },
         { Key::Road, roadWord(road) },
         { Key::Device,
-          QJsonObject { { Key::Address, device.address.toString() },
+          QJsonObject { { Key::Address,
+                          device.address.host.isEmpty() ? QString() : device.address.toString() },
                         { Key::ModelId, device.modelId },
                         { Key::Model, device.modelName },
                         { Key::Serial, device.serial },

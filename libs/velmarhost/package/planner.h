@@ -28,7 +28,7 @@ struct PlanOrder {
     QString packagePath; //!< the folder, as parse and listing had it
     BizModel::Device &device;
     const ProtoModel::Auxiliary::s_DeviceVersion &versions; //!< as the device tells them now
-    DeviceAddress address; //!< of the device
+    DeviceAddress address; //!< of the device; an empty host in a plan for a model alone
     QString serial; //!< as the device tells it
     QString name; //!< as the device tells it
     PlannedUpload upload; //!< for the HTTP road
