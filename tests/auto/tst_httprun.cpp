@@ -123,22 +123,46 @@ private Q_SLOTS:
         QVERIFY(!run.isWorkerLeftBehind());
     }
 
-    void failure_data()
-    {
-        QTest::addColumn<QByteArray>("progress"); // empty: the upload fails
-        QTest::addColumn<QString>("end");
-
-        QTest::newRow("upload refused") << QByteArray() << "Failed: Upload file failed!";
-        QTest::newRow("installation failed")
-            << QByteArray(R"({"result":3})") << "Failed: Upgrade failed!";
-    }
     void failure()
     {
+        m_server->always(PollPath, ScriptedHttpServer::answer(R"({"result":3})"));
+        HttpRun run(m_order);
+        Listener heard(run);
+        run.start(Ample, Ample);
+        QTRY_COMPARE(run.stage(), HttpRun::Stage::Installing);
+        UpgradeClientProxy::getInstance()->slotRunReply();
+        QTRY_COMPARE(heard.ends, QStringList("Failed: Upgrade failed!"));
+        QCOMPARE(heard.texts.last(), QString("The device will restart, please wait!"));
+        QVERIFY(!run.fault());
+    }
+
+    void guardedFailure_data()
+    {
+        QTest::addColumn<QByteArray>("uploadStatus");
+        QTest::addColumn<QByteArray>("progress");
+        QTest::addColumn<QString>("end");
+        QTest::addColumn<QString>("word");
+
+        QTest::newRow("upload refused")
+            << QByteArray("500 Internal Server Error") << QByteArray()
+            << "Failed: The device refuses the file: 500 Internal Server Error"
+            << "send-failed";
+        QTest::newRow("unreadable progress") << QByteArray("200 OK") << QByteArray("[")
+                                             << "Failed: The device tells its progress wrongly: it "
+                                                "is no JSON: unterminated array at "
+                                                "byte 1"
+                                             << "bad-answer";
+        QTest::newRow("older progress")
+            << QByteArray("200 OK") << QByteArray(R"([{"result":0}])")
+            << "Failed: The device tells its progress wrongly: it is a list in place of an object"
+            << "bad-answer";
+    }
+    void guardedFailure()
+    {
+        QFETCH(QByteArray, uploadStatus);
         QFETCH(QByteArray, progress);
         QFETCH(QString, end);
-        if (progress.isEmpty())
-            m_server->always(UploadPath,
-                             ScriptedHttpServer::answer("ok", "500 Internal Server Error"));
+        m_server->always(UploadPath, ScriptedHttpServer::answer("ok", uploadStatus));
         m_server->always(PollPath, ScriptedHttpServer::answer(progress));
         HttpRun run(m_order);
         Listener heard(run);
@@ -148,10 +172,74 @@ private Q_SLOTS:
             UpgradeClientProxy::getInstance()->slotRunReply();
         }
         QTRY_COMPARE(heard.ends, QStringList(end));
-        // The library tells a failed upload twice.
-        QTest::qWait(10);
-        QCOMPARE(heard.ends, QStringList(end));
-        QCOMPARE(heard.texts.last(), QString("The device will restart, please wait!"));
+        QVERIFY(run.fault());
+        QTEST(verdictWord(*run.fault()), "word");
+        // Nothing of it has come to the library.
+        QVERIFY(!heard.texts.contains("Upload file failed!"));
+        QCOMPARE(heard.installing, QStringList());
+    }
+
+    void badAddress()
+    {
+        m_order.host = Address + ":8080";
+        HttpRun run(m_order);
+        Listener heard(run);
+        run.start(Ample, Ample);
+        QCOMPARE(heard.ends, QStringList());
+        QTRY_COMPARE(
+            heard.ends,
+            QStringList("Failed: \"127.0.84.1:8080\" is no address of an HTTP service: give "
+                        "a numeric address or a host name, without port or path"));
+        QVERIFY(run.fault() == VerdictCode::Unreachable);
+        QCOMPARE(m_server->connections(), 0);
+    }
+
+    void generationThatOnlyTheLibraryKnows_data()
+    {
+        QTest::addColumn<QByteArray>("version"); // empty: not answered
+        QTest::addColumn<QByteArray>("progress");
+        QTest::addColumn<QString>("end");
+        const QString wrong(
+            "Failed: The device tells its progress wrongly: it is in the form of the "
+            "other generation");
+
+        QTest::newRow("older as told")
+            << QByteArray() << QByteArray(R"([{"result":0}])") << "Succeeded: Upgrade successed!";
+        QTest::newRow("newer as told")
+            << QByteArray(R"({"version":"3"})") << QByteArray(R"({"result":2})")
+            << "Succeeded: Upgrade successed!";
+        QTest::newRow("newer in place of older")
+            << QByteArray() << QByteArray(R"({"result":2})") << wrong;
+        QTest::newRow("older in place of newer")
+            << QByteArray(R"({"version":"3"})") << QByteArray(R"([{"result":0}])") << wrong;
+    }
+    void generationThatOnlyTheLibraryKnows()
+    {
+        QFETCH(QByteArray, version);
+        QFETCH(QByteArray, progress);
+        auto link = std::make_shared<ScriptedLink>();
+        link->answer("command", ScriptedLink::accepted({ { "body", version } }));
+        m_order.link = link;
+        m_order.isCompatible = true;
+        m_server->always(PollPath, ScriptedHttpServer::answer(progress));
+        HttpRun run(m_order);
+        Listener heard(run);
+        run.start(Ample, Ample);
+        QTRY_COMPARE(run.stage(), HttpRun::Stage::Installing);
+        UpgradeClientProxy::getInstance()->slotRunReply();
+        QTRY_COMPARE(heard.ends.size(), 1);
+        QTEST(heard.ends.first(), "end");
+    }
+
+    void endedRunLetsGo()
+    {
+        m_server->always(UploadPath, ScriptedHttpServer::silence());
+        HttpRun run(m_order);
+        run.start(Ample, Ample);
+        QTRY_COMPARE(m_server->count(UploadPath), 1);
+        QVERIFY(run.sentBytes() > 8);
+        run.giveUp();
+        QTRY_COMPARE(m_server->openConnections(), 0);
     }
 
     void notBegun_data()
@@ -219,17 +307,9 @@ private Q_SLOTS:
         QVERIFY(run.isWorkerLeftBehind());
     }
 
-    void meaninglessProgressIsSilence_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-
-        QTest::newRow("unreadable") << QByteArray("{");
-        QTest::newRow("nothing going on") << QByteArray(R"({"result":0,"rate":0})");
-    }
     void meaninglessProgressIsSilence()
     {
-        QFETCH(QByteArray, body);
-        m_server->always(PollPath, ScriptedHttpServer::answer(body));
+        m_server->always(PollPath, ScriptedHttpServer::answer(R"({"result":0,"rate":0})"));
         HttpRun run(m_order);
         Listener heard(run);
         run.start(Ample, std::chrono::milliseconds(200));
@@ -256,7 +336,7 @@ private Q_SLOTS:
         Listener heard(run);
         m_server->always(UploadPath, ScriptedHttpServer::answer("", "404 Not Found"));
         run.start(Ample, Ample);
-        QTRY_COMPARE(heard.ends, QStringList("Failed: Upload file failed!"));
+        QTRY_COMPARE(heard.ends, QStringList("Failed: The device refuses the file: 404 Not Found"));
         QVERIFY(heardFirst->ends.isEmpty());
     }
 };

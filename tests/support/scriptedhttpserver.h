@@ -66,6 +66,7 @@ public:
     const QVector<Request> &requests() const { return m_requests; } //!< whole ones, in order
     int count(const QByteArray &path) const; //!< of requests()
     int connections() const { return m_connectionCount; } //!< so far
+    int openConnections() const { return m_buffers.size(); }
 
 private:
     void accept();
