@@ -23,7 +23,6 @@ namespace Velmar::Host {
 
 namespace {
 
-using ProtoModel::Auxiliary::s_CardInfoParts;
 using ProtoModel::Auxiliary::s_DeviceVersion;
 using ProtoModel::Auxiliary::s_DeviceVersionPart;
 
