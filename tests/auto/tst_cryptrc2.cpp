@@ -175,6 +175,7 @@ private Q_SLOTS:
 
         QVERIFY(encipher("in", "enciphered"));
         QVERIFY(decipher("enciphered", "out"));
+        QCOMPARE(checkOf("enciphered"), QString());
 
         const QByteArray enciphered = read("enciphered");
         QTEST(enciphered.size(), "encipheredSize");
@@ -204,6 +205,7 @@ private Q_SLOTS:
 
             QVERIFY2(!decipher("in", "out"), qPrintable(QString::number(bit)));
             QVERIFY2(!exists("out"), qPrintable(QString::number(bit)));
+            QVERIFY2(!checkOf("in").isEmpty(), qPrintable(QString::number(bit)));
         }
     }
 
@@ -216,6 +218,7 @@ private Q_SLOTS:
 
             QVERIFY2(!decipher("in", "out"), qPrintable(QString::number(length)));
             QVERIFY2(!exists("out"), qPrintable(QString::number(length)));
+            QVERIFY2(!checkOf("in").isEmpty(), qPrintable(QString::number(length)));
         }
     }
 
@@ -246,6 +249,7 @@ private Q_SLOTS:
         QVERIFY(!decipher("enciphered", "out"));
 
         QVERIFY(!exists("out"));
+        QVERIFY(!checkOf("enciphered").isEmpty());
     }
 
     void blocksOfOneFileCannotBeMoved()
@@ -294,6 +298,7 @@ private Q_SLOTS:
         QVERIFY(!decipher("in", "out"));
 
         QVERIFY(!exists("out"));
+        QCOMPARE(checkOf("in"), cause);
     }
 
     void fullDisk_data()
@@ -527,11 +532,17 @@ private Q_SLOTS:
         QVERIFY(QDir().mkdir(path("folder")));
         const QStringList before = names();
 
+        const TZ::ConvertOutcome checked = TZ::checkEncipheredFile(path(source));
+        QCOMPARE(names(), before);
         const TZ::ConvertOutcome outcome =
             TZ::decipherFile(path(source), target.isEmpty() ? QString() : path(target));
 
         QCOMPARE(int(outcome.result), result);
         QCOMPARE(outcome.cause.isEmpty(), Result(result) == Result::Done);
+        if (Result(result) != Result::TargetRefused) {
+            QCOMPARE(checked.result, outcome.result);
+            QCOMPARE(checked.cause, outcome.cause);
+        }
         if (Result(result) == Result::Done) {
             QCOMPARE(read(qPrintable(target)), QByteArray(Pangram));
         } else {
@@ -598,6 +609,10 @@ private Q_SLOTS:
         pieces = 0;
         QCOMPARE(int(TZ::decipherFile(path("enciphered"), path("out"), onePiece).result),
                  int(Result::Interrupted));
+        pieces = 0;
+        QCOMPARE(int(TZ::checkEncipheredFile(path("enciphered"), onePiece).result),
+                 int(Result::Interrupted));
+        QCOMPARE(pieces, 2);
 
         QCOMPARE(names(), QStringList({ "enciphered", "in" }));
     }
@@ -866,6 +881,9 @@ private:
         return QDir(m_folder->path())
             .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
     }
+
+    // Why the file cannot be deciphered; empty if it can.
+    QString checkOf(const char *name) const { return TZ::checkEncipheredFile(path(name)).cause; }
 
     void write(const QByteArray &contents, const char *name)
     {

@@ -35,6 +35,16 @@ Result toResult(PendingFile::Result result)
     return Result::Failed;
 }
 
+ConvertOutcome openSource(QFile &source)
+{
+    // A pipe would block the open for as long as nobody writes to it.
+    if (!QFileInfo(source).isFile())
+        return { Result::SourceRefused, QStringLiteral("There is no such file.") };
+    if (!source.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return { Result::SourceRefused, source.errorString() };
+    return {};
+}
+
 // work turns the open source into the open target.
 ConvertOutcome
 convert(const QString &source, const QString &target,
@@ -43,14 +53,11 @@ convert(const QString &source, const QString &target,
     const QString targetFault = conversionTargetFault(source, target);
     if (!targetFault.isEmpty())
         return { Result::TargetRefused, targetFault };
-    // A pipe would block the open for as long as nobody writes to it.
-    if (!QFileInfo(source).isFile())
-        return { Result::SourceRefused, QStringLiteral("There is no such file.") };
     QFile sourceFile(source);
-    if (!sourceFile.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return { Result::SourceRefused, sourceFile.errorString() };
+    ConvertOutcome outcome = openSource(sourceFile);
+    if (outcome.result != Result::Done)
+        return outcome;
     PendingFile targetFile(target);
-    ConvertOutcome outcome;
     outcome.result = toResult(targetFile.open(outcome.cause));
     if (outcome.result == Result::Done)
         outcome.result = work(sourceFile, targetFile.device(), outcome.cause);
@@ -76,6 +83,15 @@ ConvertOutcome decipherFile(const QString &source, const QString &target,
     return convert(source, target, [&](QIODevice &from, QIODevice &to, QString &cause) {
         return EncipheredFile::decipher(from, to, cryptKey(), mayGoOn, cause);
     });
+}
+
+ConvertOutcome checkEncipheredFile(const QString &source, const std::function<bool()> &mayGoOn)
+{
+    QFile file(source);
+    ConvertOutcome outcome = openSource(file);
+    if (outcome.result == Result::Done)
+        outcome.result = EncipheredFile::check(file, cryptKey(), mayGoOn, outcome.cause);
+    return outcome;
 }
 
 } // namespace TZ

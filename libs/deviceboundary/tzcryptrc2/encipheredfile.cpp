@@ -138,6 +138,34 @@ int paddingOf(const char *end)
                                                                                          : 0;
 }
 
+// Reads the header of a file and the length of its body, which ends in front of the code. The key
+// gets the effective bits of the file.
+Result openFile(QIODevice &source, Header &header, CryptKey &key, Rc2Cbc::Block &initialVector,
+                qint64 &bodySize, QString &cause)
+{
+    bodySize = source.size() - HeaderSize - CodeSize;
+    if (bodySize < Rc2Cbc::BlockSize || bodySize % Rc2Cbc::BlockSize != 0) {
+        cause = QStringLiteral("The file is cut off or not enciphered.");
+        return Result::SourceUnsound;
+    }
+    if (!readExactly(source, header.data(), HeaderSize, cause))
+        return Result::Failed;
+    return readHeader(header, key, initialVector, cause) ? Result::Done : Result::SourceUnsound;
+}
+
+// Behind the body: is the code that of the file, and is there a padding?
+Result closeFile(QIODevice &source, Authenticator &authenticator, int padding, QString &cause)
+{
+    Code stored;
+    if (!readExactly(source, reinterpret_cast<char *>(stored.data()), CodeSize, cause))
+        return Result::Failed;
+    const Code code = authenticator.code();
+    if (memeql_sec(stored.data(), code.data(), CodeSize) && padding != 0)
+        return Result::Done;
+    cause = QStringLiteral("The file is damaged, or enciphered with another key.");
+    return Result::SourceUnsound;
+}
+
 bool isInterrupted(const std::function<bool()> &mayGoOn, QString &cause)
 {
     if (!mayGoOn || mayGoOn())
@@ -190,18 +218,13 @@ Result encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
 Result decipher(QIODevice &source, QIODevice &target, const CryptKey &key,
                 const std::function<bool()> &mayGoOn, QString &cause)
 {
-    qint64 left = source.size() - HeaderSize - CodeSize;
+    qint64 left = 0;
     Header header;
-    if (left < Rc2Cbc::BlockSize || left % Rc2Cbc::BlockSize != 0) {
-        cause = QStringLiteral("The file is cut off or not enciphered.");
-        return Result::SourceUnsound;
-    }
-    if (!readExactly(source, header.data(), HeaderSize, cause))
-        return Result::Failed;
     CryptKey fileKey = key;
     Rc2Cbc::Block initialVector;
-    if (!readHeader(header, fileKey, initialVector, cause))
-        return Result::SourceUnsound;
+    const Result opened = openFile(source, header, fileKey, initialVector, left, cause);
+    if (opened != Result::Done)
+        return opened;
     Rc2Cbc cipher(fileKey, initialVector);
     Authenticator authenticator(fileKey);
     authenticator.add(header.data(), header.size());
@@ -224,17 +247,47 @@ Result decipher(QIODevice &source, QIODevice &target, const CryptKey &key,
     authenticator.add(enciphered.constData(), std::size_t(left));
     cipher.decrypt(enciphered.constData(), plain.data(), std::size_t(left));
 
-    Code stored;
-    if (!readExactly(source, reinterpret_cast<char *>(stored.data()), CodeSize, cause))
-        return Result::Failed;
-    const Code code = authenticator.code();
     const int padding = paddingOf(plain.constData() + left);
-    if (!memeql_sec(stored.data(), code.data(), CodeSize) || padding == 0) {
-        cause = QStringLiteral("The file is damaged, or enciphered with another key.");
-        return Result::SourceUnsound;
-    }
+    const Result ended = closeFile(source, authenticator, padding, cause);
+    if (ended != Result::Done)
+        return ended;
     return writeExactly(target, plain.constData(), left - padding, cause) ? Result::Done
                                                                           : Result::Failed;
+}
+
+Result check(QIODevice &source, const CryptKey &key, const std::function<bool()> &mayGoOn,
+             QString &cause)
+{
+    qint64 left = 0;
+    Header header;
+    CryptKey fileKey = key;
+    Rc2Cbc::Block chain; // the block in front of the next one
+    const Result opened = openFile(source, header, fileKey, chain, left, cause);
+    if (opened != Result::Done)
+        return opened;
+    Authenticator authenticator(fileKey);
+    authenticator.add(header.data(), header.size());
+
+    QByteArray enciphered(ChunkSize, Qt::Uninitialized);
+    while (left > Rc2Cbc::BlockSize) {
+        if (isInterrupted(mayGoOn, cause))
+            return Result::Interrupted;
+        const qint64 length = std::min<qint64>(left - Rc2Cbc::BlockSize, ChunkSize);
+        if (!readExactly(source, enciphered.data(), length, cause))
+            return Result::Failed;
+        authenticator.add(enciphered.constData(), std::size_t(length));
+        std::copy_n(bytes(enciphered.constData()) + length - Rc2Cbc::BlockSize, chain.size(),
+                    chain.begin());
+        left -= length;
+    }
+    // The last block holds the padding; its chain is the block in front of it.
+    std::array<char, Rc2Cbc::BlockSize> last;
+    std::array<char, Rc2Cbc::BlockSize> plain;
+    if (!readExactly(source, last.data(), Rc2Cbc::BlockSize, cause))
+        return Result::Failed;
+    authenticator.add(last.data(), last.size());
+    Rc2Cbc(fileKey, chain).decrypt(last.data(), plain.data(), last.size());
+    return closeFile(source, authenticator, paddingOf(plain.data() + plain.size()), cause);
 }
 
 } // namespace TZ::Internal::EncipheredFile

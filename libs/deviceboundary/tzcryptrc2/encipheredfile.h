@@ -17,7 +17,7 @@
     Chaining and padding alone do not notice a damaged byte in the middle of a file, and firmware is
     the last thing to install with one; hence the code.
 
-    Both functions work in constant memory. \a source is read from its beginning to its end, and
+    All functions work in constant memory. \a source is read from its beginning to its end, and
     \a mayGoOn, if it is set, is asked before each piece. With any result but Done, \a cause is set.
 */
 namespace TZ::Internal::EncipheredFile {
@@ -35,6 +35,10 @@ Result encipher(QIODevice &source, QIODevice &target, const CryptKey &key,
 */
 Result decipher(QIODevice &source, QIODevice &target, const CryptKey &key,
                 const std::function<bool()> &mayGoOn, QString &cause);
+
+/*! What decipher() would say of \a source, but for a target that fails. */
+Result check(QIODevice &source, const CryptKey &key, const std::function<bool()> &mayGoOn,
+             QString &cause);
 
 } // namespace TZ::Internal::EncipheredFile
 
