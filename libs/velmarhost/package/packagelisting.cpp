@@ -1,159 +1,205 @@
 #include "package/packagelisting.h"
 
+#include "package/packagename.h"
+#include "package/unitdescription.h"
+
 #include <QDir>
-#include <QFile>
-#include <QFileInfo>
+#include <QSet>
 #include <QXmlStreamReader>
 
-#include <functional>
+#include <algorithm>
+#include <optional>
 #include <utility>
 
 namespace Velmar::Host {
 
 namespace {
 
-constexpr qint64 LargestFile = 16 * 1024 * 1024;
-constexpr int DeepestNesting = 16;
+const QString IndexFile = QStringLiteral("PackageCfg.xml");
+const QString PathFile = QStringLiteral("DataFilPathCfg.xml");
 
-/*! Called for each start, text and end within a file, with the depth of its element: 1 for the
-    root. */
-using TokenReader = std::function<void(const QXmlStreamReader &xml, int depth)>;
-
-bool readXml(const QString &path, const TokenReader &readToken, QString &errorText)
+std::optional<ListedFault> readIndex(const QString &package, QStringList &folders)
 {
-    // A pipe would block the open for as long as nobody writes to it.
-    if (!QFileInfo(path).isFile()) {
-        errorText = QStringLiteral("there is no file %1").arg(path);
-        return false;
-    }
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        errorText = QStringLiteral("%1: %2").arg(path, file.errorString());
-        return false;
-    }
-    const QByteArray text = file.read(LargestFile + 1);
-    if (text.size() > LargestFile) {
-        errorText = QStringLiteral("%1 is larger than 16 MiB").arg(path);
-        return false;
-    }
-    QXmlStreamReader xml(text);
-    xml.setNamespaceProcessing(false);
-    int depth = 0;
-    while (!xml.atEnd()) {
-        xml.readNext();
-        if (xml.isDTD())
-            xml.raiseError(QStringLiteral("A document type is not allowed."));
-        else if (xml.isStartElement() && ++depth > DeepestNesting)
-            xml.raiseError(QStringLiteral("Elements are nested more than 16 deep."));
-        else if (xml.isStartElement() || xml.isCharacters())
-            readToken(xml, depth);
-        else if (xml.isEndElement())
-            readToken(xml, depth--);
-    }
-    if (xml.hasError()) {
-        errorText = QStringLiteral("%1:%2: %3")
-                        .arg(path, QString::number(xml.lineNumber()), xml.errorString());
-        return false;
-    }
-    return true;
-}
-
-bool readIndex(const QString &path, QStringList &folders, QString &errorText)
-{
+    constexpr QLatin1String UnitNode("string");
     QString folder;
     bool isNamed = false;
-    return readXml(
-        path,
-        [&](const QXmlStreamReader &xml, int depth) {
-            if (depth == 2 && xml.isStartElement()) {
-                isNamed = xml.qualifiedName() == QLatin1String("string");
-                folder.clear();
-            } else if (depth >= 2 && xml.isCharacters()) {
-                folder += xml.text();
-            } else if (depth == 2 && xml.isEndElement() && isNamed) {
-                folders.append(folder);
-            }
-        },
-        errorText);
+    return readStrictXml(package, IndexFile, [&](const QXmlStreamReader &xml, int depth) {
+        if (depth == 2 && xml.isStartElement()) {
+            isNamed = xml.qualifiedName() == UnitNode;
+            folder.clear();
+        } else if (depth >= 2 && xml.isCharacters()) {
+            folder += xml.text();
+        } else if (depth == 2 && xml.isEndElement() && isNamed) {
+            folders.append(folder);
+        } else if (depth == 1 && xml.isProcessingInstruction()
+                   && xml.processingInstructionTarget() == UnitNode) {
+            folders.append(QString()); // the upgrade library goes by the name of any node
+        }
+    });
 }
 
-/*! The file that describes a unit: the first in name order whose name ends in ".xml". */
-QString descriptionIn(const QString &unitPath)
+/*! The entries of a unit's folder that end in ".xml", in name order: the first describes the unit.
+ */
+QStringList descriptionsIn(const QString &unitPath)
 {
-    const auto names = QDir(unitPath).entryList();
-    for (const auto &name : names) {
-        if (name.endsWith(QLatin1String(".xml")))
-            return name;
+    QStringList names = QDir(unitPath).entryList();
+    const auto isOther = [](const QString &name) {
+        return !name.endsWith(QLatin1String(".xml"));
+    };
+    names.erase(std::remove_if(names.begin(), names.end(), isOther), names.end());
+    return names;
+}
+
+/*! What the file of destinations says, entry by entry. */
+class PathReader
+{
+public:
+    explicit PathReader(QVector<ListedPath> &paths)
+        : m_paths(paths)
+    {
     }
-    return QString();
-}
 
-int numberOf(const QXmlStreamAttributes &attributes, const char *name)
-{
-    return attributes.value(QLatin1String(name)).toInt(nullptr, 0);
-}
-
-void readUnit(ListedUnit &unit)
-{
-    const QString description = descriptionIn(unit.path);
-    if (description.isEmpty()) {
-        unit.problem = QStringLiteral("there is no description, a file that ends in .xml, in %1")
-                           .arg(unit.path);
-        return;
+    void readToken(const QXmlStreamReader &xml, int depth)
+    {
+        if (m_fault)
+            return;
+        if (depth == 1 && xml.isStartElement() && xml.qualifiedName() != QLatin1String("Velmar"))
+            addFault("wrong-root",
+                     QStringLiteral("The root element is \"%1\" instead of \"Velmar\".")
+                         .arg(xml.qualifiedName()),
+                     int(xml.lineNumber()));
+        else if (depth == 2)
+            readEntry(xml);
+        else if (depth >= 3)
+            readPart(xml, depth);
     }
-    int fileDepth = 0; // of the file's element that is being read; 0: none is
-    readXml(
-        unit.path + QLatin1Char('/') + description,
-        [&unit, &fileDepth](const QXmlStreamReader &xml, int depth) {
-            if (xml.isEndElement() && depth == fileDepth)
-                fileDepth = 0;
-            if (!xml.isStartElement())
-                return;
-            const auto attributes = xml.attributes();
-            if (depth == 1) {
-                unit.modelId = attributes.value(QLatin1String("ModuleID")).toInt(nullptr, 16);
-                unit.stepType = numberOf(attributes, "StepType");
-                unit.version = attributes.value(QLatin1String("Version")).toString();
-            } else if (xml.qualifiedName() == QLatin1String("FileInfo")) {
-                ListedFile file;
-                file.sectionName = attributes.value(QLatin1String("FileLabel")).toString();
-                file.fileName = attributes.value(QLatin1String("FileName")).toString();
-                file.filePath = unit.path + QLatin1Char('/') + file.fileName;
-                file.boardId = numberOf(attributes, "ExtendNum");
-                const QFileInfo onDisk(file.filePath);
-                file.size = onDisk.exists() ? onDisk.size() : -1;
-                unit.files.append(file);
-                fileDepth = depth;
-            } else if (fileDepth > 0 && xml.qualifiedName() == QLatin1String("CommandConfig")) {
-                unit.files.last().commands.append(
-                    attributes.value(QLatin1String("CmdName")).toString());
+
+    const std::optional<ListedFault> &fault() const { return m_fault; }
+
+private:
+    void readEntry(const QXmlStreamReader &xml)
+    {
+        if (xml.isStartElement()) {
+            m_entry = { {}, {}, int(xml.lineNumber()) };
+            m_hasSource = false;
+            m_hasTarget = false;
+        } else if (xml.isEndElement()) {
+            if (m_hasSource && m_hasTarget)
+                m_paths.append(m_entry);
+            else
+                addFault(
+                    "incomplete-entry",
+                    QStringLiteral("The entry has no \"%1\".")
+                        .arg(m_hasSource ? QLatin1String("DestPath") : QLatin1String("SrcPath")),
+                    m_entry.line);
+        }
+    }
+
+    void readPart(const QXmlStreamReader &xml, int depth)
+    {
+        if (xml.isStartElement() && depth == 3) {
+            m_text = nullptr;
+            if (xml.qualifiedName() == QLatin1String("SrcPath") && !m_hasSource) {
+                m_hasSource = true;
+                m_text = &m_entry.source;
+            } else if (xml.qualifiedName() == QLatin1String("DestPath") && !m_hasTarget) {
+                m_hasTarget = true;
+                m_text = &m_entry.target;
             }
-        },
-        unit.problem);
-}
+        } else if (xml.isCharacters() && m_text) {
+            *m_text += xml.text();
+        } else if (xml.isEndElement() && depth == 3) {
+            m_text = nullptr;
+        }
+    }
+
+    void addFault(const char *code, const QString &text, int line)
+    {
+        m_fault = ListedFault { QLatin1String(code), PathFile, line, text };
+    }
+
+    QVector<ListedPath> &m_paths;
+    ListedPath m_entry;
+    bool m_hasSource = false;
+    bool m_hasTarget = false;
+    QString *m_text = nullptr; // of the part that is being read
+    std::optional<ListedFault> m_fault;
+};
 
 } // namespace
 
 bool PackageListing::read(const QString &path, QString &errorText)
 {
     m_units.clear();
+    m_paths.clear();
+    m_faults.clear();
     QStringList folders;
-    if (!readIndex(path + QStringLiteral("/PackageCfg.xml"), folders, errorText))
+    if (const auto fault = readIndex(path, folders)) {
+        m_faults.append(*fault);
+        errorText = faultLine(path, *fault);
         return false;
+    }
+    QSet<QString> named;
     m_units.reserve(folders.size());
     for (const auto &folder : std::as_const(folders)) {
         ListedUnit unit;
         unit.folder = folder;
         unit.path = path + QLatin1Char('/') + folder;
-        readUnit(unit);
+        const QString nameFault = packageNameFault(folder);
+        // Read once only: an index could name a large unit any number of times.
+        if (!nameFault.isEmpty())
+            unit.problem = QStringLiteral("the name of the unit's folder %1").arg(nameFault);
+        else if (named.contains(folder))
+            unit.problem =
+                QStringLiteral("the index names the folder %1 more than once").arg(folder);
+        else
+            readUnit(path, unit);
+        named.insert(folder);
         m_units.append(unit);
     }
+    readPaths(path);
     return true;
+}
+
+void PackageListing::readUnit(const QString &path, ListedUnit &unit)
+{
+    const QStringList descriptions = descriptionsIn(unit.path);
+    unit.descriptionCount = descriptions.size();
+    if (descriptions.isEmpty()) {
+        unit.problem = QStringLiteral("there is no description, a file that ends in .xml, in %1")
+                           .arg(unit.path);
+        return;
+    }
+    unit.description = unit.folder + QLatin1Char('/') + descriptions.first();
+    readUnitDescription(path, unit.description, unit);
+}
+
+void PackageListing::readPaths(const QString &path)
+{
+    PathReader reader(m_paths);
+    const auto broken =
+        readStrictXml(path, PathFile, [&reader](const QXmlStreamReader &xml, int depth) {
+            reader.readToken(xml, depth);
+        });
+    if (reader.fault())
+        m_faults.append(*reader.fault());
+    if (broken)
+        m_faults.append(*broken);
 }
 
 const QVector<ListedUnit> &PackageListing::units() const
 {
     return m_units;
+}
+
+const QVector<ListedPath> &PackageListing::paths() const
+{
+    return m_paths;
+}
+
+const QVector<ListedFault> &PackageListing::faults() const
+{
+    return m_faults;
 }
 
 } // namespace Velmar::Host

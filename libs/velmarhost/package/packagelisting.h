@@ -1,6 +1,8 @@
 #ifndef VELMARHOST_PACKAGELISTING_H
 #define VELMARHOST_PACKAGELISTING_H
 
+#include "package/strictxml.h"
+
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -15,6 +17,20 @@ struct ListedFile {
     int boardId = 0; //!< 0: any board of the model; otherwise the one board that it is for
     qint64 size = -1; //!< bytes; -1: there is no such file
     QStringList commands; //!< names of the commands that send it register by register
+    int line = 0; //!< of the description
+};
+
+/*! One command in a unit's description, wherever it stands there. */
+struct ListedCommand {
+    QString name;
+    int line = 0; //!< of the description
+};
+
+/*! One entry of the file that tells where the package's files belong on a device. */
+struct ListedPath {
+    QString source; //!< relative to the package
+    QString target; //!< on the device
+    int line = 0;
 };
 
 /*! One unit of a package as its description has it. */
@@ -26,14 +42,18 @@ struct ListedUnit {
     int stepType = 0; //!< 0: for the main device; 1: for a sub-card
     QString version;
     QVector<ListedFile> files;
+    QString description; //!< the file that was read, relative to the package; empty: none was
+    int descriptionCount = 0; //!< entries of the folder that the upgrade library might take for it
+    QVector<ListedCommand> commands;
+    QVector<ListedFault> faults; //!< rules that the description breaks
 };
 
 /*!
     What a package folder says that it holds, whether it fits a device or not.
 
     Read from the files alone, which may be read-only, and not through the upgrade library, which
-    tells only what fits. A document type, more than 16 MiB or a nesting of more than 16 elements
-    make a file unreadable.
+    tells only what fits. A document type, another encoding than UTF-8, more than 16 MiB or a nesting
+    of more than 16 elements make a file unreadable.
 */
 class PackageListing
 {
@@ -44,8 +64,21 @@ public:
 
     const QVector<ListedUnit> &units() const; //!< in the index's order
 
+    /*! What the file of destinations says, up to its first fault, which ends what the upgrade
+        library takes of it; empty if there is none. */
+    const QVector<ListedPath> &paths() const;
+
+    /*! Why the index, or the file of destinations, cannot be read as a whole. A missing file of
+        destinations is told, too. */
+    const QVector<ListedFault> &faults() const;
+
 private:
+    void readUnit(const QString &path, ListedUnit &unit);
+    void readPaths(const QString &path);
+
     QVector<ListedUnit> m_units;
+    QVector<ListedPath> m_paths;
+    QVector<ListedFault> m_faults;
 };
 
 } // namespace Velmar::Host

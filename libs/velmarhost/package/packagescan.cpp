@@ -1,5 +1,7 @@
 #include "package/packagescan.h"
 
+#include "package/packagename.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <memory>
@@ -33,11 +35,6 @@ QString kindOf(mode_t mode)
     default:
         return QStringLiteral("a device");
     }
-}
-
-bool isUtf8(const QByteArray &name)
-{
-    return QString::fromUtf8(name).toUtf8() == name;
 }
 
 // False, with errno set, if the folder cannot be listed.

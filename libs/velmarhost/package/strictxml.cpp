@@ -1,0 +1,103 @@
+#include "package/strictxml.h"
+
+#include "package/packagename.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QXmlStreamReader>
+
+namespace Velmar::Host {
+
+namespace {
+
+constexpr qint64 LargestFile = 16 * 1024 * 1024;
+constexpr int DeepestNesting = 16;
+
+constexpr char NoFile[] = "no-file";
+constexpr char TooLarge[] = "too-large";
+
+ListedFault fault(const char *code, const QString &file, const QString &text, int line = 0)
+{
+    return { QLatin1String(code), file, line, text };
+}
+
+std::optional<ListedFault> readWhole(const QString &package, const QString &file, QByteArray &text)
+{
+    const QString path = package + QLatin1Char('/') + file;
+    // A pipe would block the open for as long as nobody writes to it.
+    if (!QFileInfo(path).isFile())
+        return fault(NoFile, file, QStringLiteral("There is no such file."));
+    QFile source(path);
+    if (!source.open(QIODevice::ReadOnly))
+        return fault("unreadable", file, source.errorString());
+    text = source.read(LargestFile + 1);
+    if (source.error() != QFileDevice::NoError)
+        return fault("unreadable", file, source.errorString());
+    if (text.size() > LargestFile)
+        return fault(TooLarge, file, QStringLiteral("The file is larger than 16 MiB."));
+    return std::nullopt;
+}
+
+int lineOfBadUtf8(const QByteArray &text)
+{
+    const auto lines = text.split('\n');
+    int line = 1;
+    while (line < lines.size() && isUtf8(lines[line - 1]))
+        ++line;
+    return line;
+}
+
+} // namespace
+
+std::optional<ListedFault> readStrictXml(const QString &package, const QString &file,
+                                         const XmlTokenReader &readToken)
+{
+    QByteArray text;
+    if (const auto unread = readWhole(package, file, text))
+        return unread;
+    if (text.startsWith("\xEF\xBB\xBF")) // says that UTF-8 follows
+        text.remove(0, 3);
+    if (!isUtf8(text))
+        return fault("not-utf-8", file, QStringLiteral("The file is not in UTF-8."),
+                     lineOfBadUtf8(text));
+    QXmlStreamReader xml(text);
+    xml.setNamespaceProcessing(false);
+    const char *code = "not-xml";
+    int depth = 0;
+    while (!xml.atEnd()) {
+        xml.readNext();
+        if (xml.isStartDocument() && !xml.documentEncoding().isEmpty()
+            && xml.documentEncoding().compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) != 0) {
+            code = "not-utf-8";
+            xml.raiseError(QStringLiteral("The file says that it is in %1 instead of UTF-8.")
+                               .arg(xml.documentEncoding()));
+        } else if (xml.isDTD()) {
+            code = "document-type";
+            xml.raiseError(QStringLiteral("A document type is not allowed."));
+        } else if (xml.isStartElement() && ++depth > DeepestNesting) {
+            code = "too-deep";
+            xml.raiseError(QStringLiteral("Elements are nested more than 16 deep."));
+        } else if (xml.isStartElement() || xml.isCharacters() || xml.isProcessingInstruction()) {
+            readToken(xml, depth);
+        } else if (xml.isEndElement()) {
+            readToken(xml, depth--);
+        }
+    }
+    if (!xml.hasError())
+        return std::nullopt;
+    return fault(code, file, xml.errorString(), int(xml.lineNumber()));
+}
+
+QString faultLine(const QString &package, const ListedFault &fault)
+{
+    const QString path = package + QLatin1Char('/') + fault.file;
+    if (fault.code == QLatin1String(NoFile))
+        return QStringLiteral("there is no file %1").arg(path);
+    if (fault.code == QLatin1String(TooLarge))
+        return QStringLiteral("%1 is larger than 16 MiB").arg(path);
+    if (fault.line == 0)
+        return QStringLiteral("%1: %2").arg(path, fault.text);
+    return QStringLiteral("%1:%2: %3").arg(path, QString::number(fault.line), fault.text);
+}
+
+} // namespace Velmar::Host
