@@ -24,7 +24,8 @@ class DeviceLooks;
     that holds: the end of a connection that was held shows also a restart that is too short to be
     met by a look. What is made of the looks is told at ConfirmationJudge.
 
-    An object works once. All functions and signals are for one thread, which runs an event loop.
+    An object works once, and is not destroyed by a slot of its own signals. All functions and signals
+    are for one thread, which runs an event loop.
 */
 class Confirmation : public QObject
 {
@@ -69,6 +70,7 @@ private:
     QElapsedTimer m_elapsed; // since the start
     QTimer m_tick; // time alone can bring a verdict
     QString m_status; // as told last
+    std::optional<ProtoModel::Auxiliary::s_DeviceVersion> m_versions;
     bool m_hasReturned = false;
     bool m_isOver = false;
     std::unique_ptr<DeviceLooks> m_looks;

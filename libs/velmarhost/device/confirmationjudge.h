@@ -22,7 +22,8 @@ struct ConfirmationOrder {
     std::vector<PlannedSection> sections; //!< empty: nothing is known of what it should get
     bool hasTakenRestart = true; //!< it was ordered to restart, or does so by itself
     Road road = Road::Native;
-    std::chrono::milliseconds limit { std::chrono::minutes(5) }; //!< for it to come back
+    std::chrono::milliseconds limit { std::chrono::minutes(5) }; //!< for it to come back; then it
+        //!< gets grace and settle of the times to tell steady versions
 };
 
 /*! How patient a host is behind an upgrade. */
@@ -43,6 +44,10 @@ struct ConfirmationTimes {
     time in which the device was away, counts for one. A device that took the order to restart and
     was never seen away has restarted before the first look, once the grace is over.
 
+    Good versions are believed after a short while. Bad ones have to stay longer, and where the
+    restart is not certain, the grace has to be over as well: a connection may end for other reasons,
+    a device may restart twice, and its cards may start later than itself.
+
     All times count from the start, and never go back. A value, without threads.
 */
 class ConfirmationJudge
@@ -56,26 +61,32 @@ public:
     void note(const DeviceLook &look, Time now);
 
     /*! The verdict at \a now, if it can be told already; its texts are made printable. Always one
-        when the order's limit has passed. */
+        when the order's limit has passed and no device answers, and some time later if it does. */
     std::optional<Verdict> verdictAt(Time now) const;
 
     /*! The device has restarted, as far as that is known at \a now, and tells versions. */
     bool hasReturnedAt(Time now) const;
 
+    /*! The last look has met the device that was upgraded. */
+    bool isOwnDevice() const;
+
     /*! What is waited for; a sentence without its full stop. */
     QString statusAt(Time now) const;
 
 private:
+    bool isInstalling() const; // at the last look
     bool hasRestartedAt(Time now) const;
-    Verdict verdictOnVersions(Time now) const;
-    Verdict verdictAtLimit(Time now) const;
+    std::optional<Verdict> readyVerdictAt(Time now) const;
+    Verdict finalVerdictAt(Time now) const;
+    Verdict verdictOnVersions() const;
 
     ConfirmationOrder m_order;
     ConfirmationTimes m_times;
     std::optional<DeviceLook> m_look; // the last one
+    ToldVersions m_versions; // of it, if it has some
     VersionComparison m_comparison; // of its versions, if it has some
     Time m_since { 0 }; // since when all looks have been alike
-    Time m_answering { 0 }; // since when the device has answered as itself
+    Time m_answering { 0 }; // since when the device has answered as itself without a break
     bool m_wasInterrupted = false; // a connection ended, or the device was away
     bool m_hasForgotten = false; // for certain: the device has restarted
     bool m_remembers = false; // for certain, at the last look: it has not

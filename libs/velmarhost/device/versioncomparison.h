@@ -16,11 +16,15 @@ namespace Velmar::Host {
 class ToldVersions
 {
 public:
+    ToldVersions() = default;
     explicit ToldVersions(const ProtoModel::Auxiliary::s_DeviceVersion &versions);
 
     /*! That of the section \a code on the part of \a type in a slot, as the device tells it; empty
         if it does not, or tells "N/A". Of two parts or sections that are alike, the first counts. */
     QString find(int type, quint8 slotId, quint16 code) const;
+
+    bool operator==(const ToldVersions &other) const;
+    bool operator!=(const ToldVersions &other) const { return !(*this == other); }
 
 private:
     QHash<QPair<int, int>, QHash<quint16, QString>> m_parts; // by type and slot, then by code
@@ -46,7 +50,7 @@ struct VersionComparison {
 };
 
 VersionComparison compareVersions(const std::vector<PlannedSection> &sections,
-                                  const ProtoModel::Auxiliary::s_DeviceVersion &versions);
+                                  const ToldVersions &versions);
 
 } // namespace Velmar::Host
 

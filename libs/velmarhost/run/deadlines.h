@@ -22,12 +22,15 @@ namespace Velmar::Host {
 struct DeadlineLimits {
     std::chrono::milliseconds reading { std::chrono::seconds(
         60) }; //!< worker silent while it plans,
-        //!< prepares or restarts the device; by size
+    //!< prepares or restarts the device; by size
     std::chrono::milliseconds sending { std::chrono::seconds(60) }; //!< no byte taken by the device
     std::chrono::milliseconds storing { std::chrono::seconds(150) }; //!< no answer behind the last
         //!< byte, while the device checks and stores; by size
     std::chrono::milliseconds installing { std::chrono::seconds(120) }; //!< no answer
     std::chrono::milliseconds standstill { std::chrono::minutes(15) }; //!< same progress throughout
+    std::chrono::milliseconds stuck { std::chrono::minutes(
+        5) }; //!< worker silent, also while it may
+        //!< not be given up
 };
 
 /*!
@@ -73,7 +76,7 @@ public:
     void check();
 
 Q_SIGNALS:
-    /*! Something has expired; emitted once. \a text is a sentence without its full stop. */
+    /*! Something has expired, and the upgrade may be given up; emitted once. \a text is a sentence without its full stop. */
     void signalExpired(Velmar::Host::VerdictCode code, const QString &text);
 
     /*! Something has expired, but the upgrade goes on until it may be given up; emitted once. \a text
@@ -90,9 +93,9 @@ private:
 
     std::chrono::milliseconds now() const; // without the time in which all was halted
     std::chrono::milliseconds bySize(std::chrono::milliseconds limit) const;
-    bool isOrdered() const;
     std::optional<Expiry> expiry() const;
     std::optional<Expiry> silence() const;
+    std::chrono::milliseconds sendingLimit() const; // of a silence
 
     const Road m_road;
     const std::chrono::milliseconds m_whole;
@@ -107,12 +110,13 @@ private:
     qint64 m_size = 0;
     Phase m_phase = Phase::Copying;
     LinkTraffic m_traffic;
-    bool m_isAllSent = false;
+    bool m_wasOrdered = false; // by this worker or one before
     int m_percent = -1; // the highest of this phase
     int m_rate = -1; // the highest overall rate of the installation
     int m_rateSum = -1; // the highest sum of all its rates
-    std::chrono::milliseconds m_heard { 0 }; // last sign of life of the kind that counts
-    std::chrono::milliseconds m_progressed { 0 };
+    std::chrono::milliseconds m_alive { 0 }; // last word of the worker
+    std::chrono::milliseconds m_heard { 0 }; // last of the device
+    std::chrono::milliseconds m_progressed { 0 }; // last of its installation
 };
 
 /*!
