@@ -1,9 +1,11 @@
 #ifndef VELMARHOST_RUNRECORD_H
 #define VELMARHOST_RUNRECORD_H
 
+#include "process/descriptor.h"
 #include "show/jsonevents.h"
 #include "show/runevent.h"
 
+#include <QJsonObject>
 #include <QString>
 
 #include <functional>
@@ -44,12 +46,11 @@ public:
         Begins the record of the run \a runId and removes the oldest ones beyond those kept, never
         one in use.
 
-        Null if the folder cannot be made or is not the user's own: \a errorText tells why, and the
-        run can go on without.
+        Null if the folder cannot be made or is not the user's own: \a errorText is a sentence that
+        tells why, and the run can go on without.
     */
     static std::unique_ptr<RunRecord> begin(const QString &runId, const RunRecordOptions &options,
                                             QString &errorText);
-    ~RunRecord() override;
 
     void take(const RunEvent &event) override;
 
@@ -58,11 +59,35 @@ public:
     void hide(const QString &placeholder, const QString &text);
 
     /*! The folder of this record, absolute. */
-    QString folder() const;
+    QString folder() const { return m_path; }
 
-    /*! Is called once when a line cannot be written, as on a full disk, with a sentence; the record
-        ends there. */
+    /*! \a handler is called once if something cannot be written, as on a full disk, with a
+        sentence; the record ends there. */
     void setFaultHandler(std::function<void(const QString &sentence)> handler);
+
+private:
+    RunRecord(const QString &runId, const RunRecordOptions &options);
+
+    bool isWorthALine(const RunEvent &progress);
+    void takeEvent(const RunEvent &event);
+    void takeLog(const RunEvent &event);
+    void append(const Descriptor &file, const QByteArray &bytes, qint64 &size);
+    void fail(const QString &what);
+
+    const RunRecordOptions m_options;
+    QString m_path;
+    Descriptor m_folder;
+    Descriptor m_events; // holds the lock
+    Descriptor m_log;
+    JsonEvents m_lines;
+    QJsonObject m_hidden; // arrays of texts by the placeholder
+    std::optional<RunEvent> m_lastProgress;
+    qint64 m_eventsSize = 0;
+    qint64 m_logSize = 0;
+    bool m_areEventsFull = false;
+    bool m_isLogFull = false;
+    bool m_isBroken = false;
+    std::function<void(const QString &)> m_faultHandler;
 };
 
 /*! $XDG_STATE_HOME/velmar-upgrade/runs, or below ~/.local/state; absolute. */
