@@ -81,6 +81,7 @@ UpgradeWorker::~UpgradeWorker()
     m_process->disconnect(this);
     m_process->kill();
     m_process->waitForFinished();
+    m_process.release()->deleteLater(); // not at once: this may be in a slot of its own signal
 }
 
 void UpgradeWorker::start(const WorkerOrder &order, std::vector<int> descriptors)
@@ -260,7 +261,7 @@ void UpgradeWorker::end()
     m_endLimit.stop();
     auto *const ended = m_process.release();
     ended->disconnect(this);
-    ended->deleteLater(); // not at once: this may be a slot of its own signal
+    ended->deleteLater(); // as in the destructor
     if (!m_last) {
         Q_EMIT signalDied(m_fault.isEmpty() ? deathOf(*ended) : m_fault);
     } else if (const auto *told = std::get_if<EndTell>(&*m_last)) {

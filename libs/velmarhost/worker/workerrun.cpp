@@ -284,15 +284,8 @@ void WorkerRun::goByHttp()
     order.host = m_order.upload.host.isEmpty() ? m_order.device.host : m_order.upload.host;
     auto run = std::make_unique<HttpRun>(std::move(order));
     follow(*run);
-    // The device may begin as soon as it has everything.
     connect(UpgradeClientProxy::getInstance(), &UpgradeClientProxy::signalOnUploadProgress, this,
-            [this](qint64 sent, qint64 total) {
-                m_upload.sentBytes = sent;
-                m_upload.totalBytes = total;
-                m_upload.isOrdered = m_upload.isOrdered || sent >= total;
-                if (m_upload.isOrdered)
-                    tellTraffic();
-            });
+            &WorkerRun::slotUploaded);
     connect(run.get(), &DeviceRun::signalInstalling, this, [this](const s_UpgradePercent &told) {
         m_upload.result = told.result;
         m_upload.isEndTold = told.result == Installed || told.result == InstallationFailed;
@@ -339,14 +332,31 @@ void WorkerRun::follow(DeviceRun &run)
     connect(&run, &DeviceRun::signalStageChanged, this, &WorkerRun::slotStage);
     connect(&run, &DeviceRun::signalStatusText, this,
             [this](const QString &text) { m_voice.tell(StatusTell { text }); });
-    connect(&run, &DeviceRun::signalSending, this, [this](int percent) {
-        const auto now = traffic();
-        m_voice.tell(SendingTell { qBound(0, percent, 100), now.sentBytes, now.totalBytes });
-    });
+    if (m_order.road != Road::Http) // which has bytes to tell, and tells them itself
+        connect(&run, &DeviceRun::signalSending, this, &WorkerRun::tellSending);
     connect(&run, &DeviceRun::signalInstalling, this, [this](const s_UpgradePercent &progress) {
         m_voice.tell(InstallingTell { progress });
     });
     connect(&run, &DeviceRun::signalEnded, this, &WorkerRun::slotEnded);
+}
+
+void WorkerRun::slotUploaded(qint64 sentBytes, qint64 totalBytes)
+{
+    m_upload.sentBytes = sentBytes;
+    m_upload.totalBytes = totalBytes;
+    const int percent = static_cast<int>(sentBytes * 100 / qMax(totalBytes, qint64(1)));
+    if (percent != std::exchange(m_uploadPercent, percent))
+        tellSending(percent);
+    // The device may begin as soon as it has everything.
+    if (sentBytes >= totalBytes && !std::exchange(m_upload.isOrdered, true))
+        tellTraffic();
+}
+
+void WorkerRun::tellSending(int percent)
+{
+    tellPhase(Phase::Sending);
+    const auto now = traffic();
+    m_voice.tell(SendingTell { qBound(0, percent, 100), now.sentBytes, now.totalBytes });
 }
 
 void WorkerRun::stop()

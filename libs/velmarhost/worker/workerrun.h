@@ -81,6 +81,8 @@ private:
     void tellPhase(Phase phase);
     void announceOrder(bool isRestart);
     QString imageFault() const;
+    void slotUploaded(qint64 sentBytes, qint64 totalBytes);
+    void tellSending(int percent);
     void slotStage(DeviceRun::Stage stage);
     void slotEnded(DeviceRun::Outcome outcome, const QString &text);
     [[noreturn]] void refuse(VerdictCode code, const QString &text);
@@ -102,6 +104,7 @@ private:
     DeviceRun::Stage m_stage = DeviceRun::Stage::Idle; // the last one before the end
 
     LinkTraffic m_upload; // what the HTTP road adds to the traffic of the link
+    int m_uploadPercent = -1; // as told last
     QTimer m_trafficTimer;
     QElapsedTimer m_idle; // since the device installs nothing, though it should
     std::mutex m_mutex; // guards what follows
