@@ -147,6 +147,8 @@ private Q_SLOTS:
         QTest::newRow("other unit") << LeftOutReason::OtherUnit << "other-unit";
         QTest::newRow("registers") << LeftOutReason::NotByRegisters << "not-by-registers";
         QTest::newRow("commands") << LeftOutReason::NoCommands << "no-commands";
+        QTest::newRow("older service")
+            << LeftOutReason::NotByOlderService << "not-by-older-service";
         QTest::newRow("target") << LeftOutReason::FurtherTarget << "further-target";
         QTest::newRow("unused") << LeftOutReason::Unused << "unused";
         QTest::newRow("upload") << LeftOutReason::NotUploaded << "not-uploaded";

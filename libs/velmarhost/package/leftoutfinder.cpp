@@ -2,6 +2,7 @@
 
 #include "device/modelnames.h"
 #include "package/offer.h"
+#include "package/olderservicechoice.h"
 #include "package/packagelisting.h"
 #include "package/planner.h"
 
@@ -65,6 +66,10 @@ public:
             for (const auto &section : part.sections) {
                 for (const auto &item : section.items)
                     m_offered.insert(keyOf(item));
+                if (order.isOlderService && !isOfOlderService(part, section))
+                    continue;
+                for (const auto &item : section.items)
+                    m_renewable.insert(keyOf(item));
             }
         }
         for (const auto &part : order.selection.parts()) {
@@ -203,6 +208,10 @@ private:
         if (m_order.road == Road::Registers)
             return { LeftOutReason::NotByRegisters,
                      QStringLiteral("Only the main control's \"MCU\" is written by registers") };
+        if (!m_renewable.contains(keyOf(file)))
+            return { LeftOutReason::NotByOlderService,
+                     QStringLiteral("The device's HTTP service renews the main control's and the "
+                                    "back plane's MCU alone") };
         return unchosenCause(file);
     }
 
@@ -289,6 +298,7 @@ private:
     QHash<int, QSet<QString>> m_sections; // that the library knows of the device, by model
     QSet<ItemKey> m_parsed; // what the library kept of the package
     QSet<ItemKey> m_offered; // what of it fits
+    QSet<ItemKey> m_renewable; // what of that the device's service renews
     QSet<ItemKey> m_chosen; // what of that was chosen
     QHash<QString, QStringList> m_places; // by path in the package
     QSet<QString> m_listed; // paths in the package that units name

@@ -16,7 +16,7 @@ namespace Velmar::Host {
 
 namespace {
 
-constexpr std::array<std::pair<LeftOutReason, const char *>, 16> ReasonWords { {
+constexpr std::array<std::pair<LeftOutReason, const char *>, 17> ReasonWords { {
     { LeftOutReason::UnreadableUnit, "unreadable-unit" },
     { LeftOutReason::OtherModel, "other-model" },
     { LeftOutReason::NoSuchCard, "no-such-card" },
@@ -30,6 +30,7 @@ constexpr std::array<std::pair<LeftOutReason, const char *>, 16> ReasonWords { {
     { LeftOutReason::OtherUnit, "other-unit" },
     { LeftOutReason::NotByRegisters, "not-by-registers" },
     { LeftOutReason::NoCommands, "no-commands" },
+    { LeftOutReason::NotByOlderService, "not-by-older-service" },
     { LeftOutReason::FurtherTarget, "further-target" },
     { LeftOutReason::Unused, "unused" },
     { LeftOutReason::NotUploaded, "not-uploaded" },

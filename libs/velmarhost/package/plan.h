@@ -82,6 +82,7 @@ enum class LeftOutReason {
     OtherUnit, //!< an earlier unit for the model is the one that is written by registers
     NotByRegisters, //!< only the main control's "MCU" is written by registers
     NoCommands, //!< no command that sends its data by registers
+    NotByOlderService, //!< the older HTTP service renews the MCUs of main control and back plane
     FurtherTarget, //!< a file for one board goes to its first place alone
     Unused, //!< has a place on the device, and no section that uses it
     NotUploaded, //!< another file was given for the upload

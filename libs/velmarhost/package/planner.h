@@ -32,6 +32,7 @@ struct PlanOrder {
     QString serial; //!< as the device tells it
     QString name; //!< as the device tells it
     PlannedUpload upload; //!< for the HTTP road
+    bool isOlderService = false; //!< over HTTP: chosen by chooseForOlderService()
     const ModelNames *modelNames = nullptr; //!< for the sentences; null: models by number alone
 };
 
