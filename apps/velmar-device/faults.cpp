@@ -20,15 +20,6 @@ const FaultDescription *findDescription(const QString &name)
     return found == all.end() ? nullptr : &*found;
 }
 
-/*! What stands behind the "=" of a fault, for people. */
-QString valueText(const FaultDescription &description)
-{
-    const QString first = QLatin1String(description.valueName);
-    return description.second.name == nullptr
-        ? first
-        : QString::fromLatin1("%1[:%2]").arg(first, QLatin1String(description.second.name));
-}
-
 bool readNumber(const QString &text, qint64 minimum, qint64 maximum, qint64 &number)
 {
     // The conversion would take a sign and blanks, too.
@@ -66,36 +57,12 @@ QString expectedValue(const FaultDescription &description)
         : QString::fromLatin1("one of %1").arg(wordList(description).join(QLatin1String(", ")));
 }
 
-QString defaultText(const FaultDescription &description)
-{
-    return description.words.empty() ? QString::number(description.defaultValue)
-                                     : wordList(description).at(int(description.defaultValue));
-}
-
 QString knownNames()
 {
     QStringList names;
     for (const FaultDescription &entry : Faults::descriptions())
         names.append(QLatin1String(entry.name));
     return names.join(QLatin1String(", "));
-}
-
-/*! \a text in lines that fit a terminal, each behind \a indent. */
-QString wrapped(const QString &text, const QString &indent)
-{
-    constexpr int Width = 79;
-    QString result;
-    QString line = indent;
-    for (const QString &word : text.split(QLatin1Char(' '))) {
-        const bool isFirst = line.size() == indent.size();
-        if (!isFirst && line.size() + 1 + word.size() > Width) {
-            result += line + QLatin1Char('\n');
-            line = indent + word;
-        } else {
-            line += isFirst ? word : QLatin1Char(' ') + word;
-        }
-    }
-    return result + line + QLatin1Char('\n');
 }
 
 } // namespace
@@ -238,20 +205,18 @@ const std::vector<FaultDescription> &Faults::descriptions()
     return table;
 }
 
-QString Faults::helpText()
+QString Faults::valueText(const FaultDescription &fault)
 {
-    QString text;
-    for (const FaultDescription &entry : descriptions()) {
-        text += QLatin1String("  ") + QLatin1String(entry.name);
-        if (entry.valueName != nullptr) {
-            const bool isOptional = entry.defaultValue >= entry.minimum;
-            text += QString::fromLatin1(isOptional ? "[=%1]" : "=%1").arg(valueText(entry));
-            if (isOptional)
-                text += QString::fromLatin1(" (default %1)").arg(defaultText(entry));
-        }
-        text += QLatin1Char('\n') + wrapped(QLatin1String(entry.help), QStringLiteral("      "));
-    }
-    return text;
+    const QString first = QLatin1String(fault.valueName);
+    return fault.second.name == nullptr
+        ? first
+        : QString::fromLatin1("%1[:%2]").arg(first, QLatin1String(fault.second.name));
+}
+
+QString Faults::defaultText(const FaultDescription &fault)
+{
+    return fault.words.empty() ? QString::number(fault.defaultValue)
+                               : wordList(fault).at(int(fault.defaultValue));
 }
 
 bool Faults::add(const QString &text, QString &errorText)

@@ -83,8 +83,11 @@ public:
     /*! All faults there are, in the order of the help text. */
     static const std::vector<FaultDescription> &descriptions();
 
-    /*! The table of faults for the help text, one paragraph for each. */
-    static QString helpText();
+    /*! What stands behind the "=" of \a fault, for people; it takes a value. */
+    static QString valueText(const FaultDescription &fault);
+
+    /*! What \a fault takes for N if none is given; there is such a default. */
+    static QString defaultText(const FaultDescription &fault);
 
     /*! Adds the fault \a text, "NAME", "NAME=N" or "NAME=N:M"; of two with the same name the later
         one counts. False, with \a errorText set, if there is no such fault or a value is not what

@@ -1,77 +1,15 @@
 #include "options.h"
 
-#include "httpservice.h"
+#include "programtable.h"
 
-#include <QCommandLineParser>
+#include <velmarcommandline/command.h>
+#include <velmarcommandline/helptext.h>
 
 #include <algorithm>
-#include <limits>
 
 namespace Velmar::Simulator {
 
 namespace {
-
-void describeOptions(QCommandLineParser &parser)
-{
-    const DeviceSettings defaults;
-    const auto text = [](const char *format, int value) {
-        return QString::fromLatin1(format).arg(value);
-    };
-    const auto option = [&parser](const char *name, const char *value, const QString &description) {
-        parser.addOption(
-            QCommandLineOption(QLatin1String(name), description, QLatin1String(value)));
-    };
-    const auto flag = [&parser](const QStringList &names, const char *description) {
-        parser.addOption(QCommandLineOption(names, QLatin1String(description)));
-    };
-    parser.setApplicationDescription(
-        QStringLiteral("Behaves as a device on the network would: takes images, installs them and\n"
-                       "restarts.\n"
-                       "Prints a JSON line on standard output when hosts can connect and when it\n"
-                       "restarts.\n"
-                       "SIGTERM and SIGINT switch it off."));
-    option("listen", "ADDR[:PORT]",
-           text("IPv4 loopback address and TCP port for hosts; port 0: any (default "
-                "127.0.0.1:%1).",
-                defaults.port));
-    option("probe-port", "PORT|off",
-           text("UDP port on which hosts look for devices; 0: any (default %1).",
-                *defaults.probePort));
-    option("catalogue", "FILE",
-           QStringLiteral("Catalogue of device and card models (default: the built-in one)."));
-    option("model", "NAME|ID",
-           QStringLiteral("Model of the device (default: the catalogue's first)."));
-    option("card", "SLOT=MODEL[:BOARD]",
-           QStringLiteral("A fitted card, its model by name or id, its board (default: the model's "
-                          "first). Repeatable. Without --card, one card of each board that the "
-                          "device takes is fitted."));
-    flag({ QStringLiteral("no-cards") }, "Fits no card at all.");
-    option("serial", "TEXT",
-           QStringLiteral("Serial number (default: made up at the first start)."));
-    option("name", "TEXT", QStringLiteral("Name of the device (default: that of its model)."));
-    option("file-version", "VERSION",
-           QStringLiteral("Version that the device reports for its section \"fileVersion\" until "
-                          "an image brings another (default: %1 at the first start).")
-               .arg(QLatin1String(SimulatedDevice::FirstFileVersion)));
-    option("state", "DIR",
-           QStringLiteral("Folder for all that the device remembers (default: a temporary one)."));
-    option("trace", "FILE",
-           QStringLiteral("Appends each request and answer to FILE, as a JSON line."));
-    option("install-ms", "MS",
-           text("How long an installation takes at least (default %1).", defaults.installMs));
-    option("restart-ms", "MS",
-           text("How long the device is away for a restart (default %1).", defaults.restartMs));
-    option("heartbeat-ms", "MS",
-           text("How long a host may be silent before it is dropped (default %1).",
-                defaults.heartbeatMs));
-    option("generation", "older|newer|none",
-           text("Generation of the HTTP service, which listens on port %1 of the same address "
-                "(default none: there is no such service).",
-                HttpService::Port));
-    option("fault", "NAME[=N]", QStringLiteral("Does something wrong, see below. Repeatable."));
-    flag({ QStringLiteral("h"), QStringLiteral("help") }, "Shows this text.");
-    flag({ QStringLiteral("version") }, "Shows the version.");
-}
 
 /*! The decimal number \a text, digits and nothing else; without a value if it is none or above
     \a maximum. */
@@ -91,31 +29,15 @@ std::optional<int> digits(const QString &text, int maximum)
 class ValueReader
 {
 public:
-    ValueReader(const QCommandLineParser &parser, QString &errorText)
-        : m_parser(parser)
+    ValueReader(const Cli::Command &command, QString &errorText)
+        : m_command(command)
         , m_errorText(errorText)
     {
     }
 
-    int milliseconds(const char *name, int minimum, int defaultValue)
+    std::optional<quint16> probePort()
     {
-        if (!m_parser.isSet(QLatin1String(name)))
-            return defaultValue;
-        constexpr int Maximum = std::numeric_limits<int>::max();
-        const int value = digits(m_parser.value(QLatin1String(name)), Maximum).value_or(-1);
-        if (value < minimum)
-            fail(name,
-                 QString::fromLatin1("a number of milliseconds from %1 to %2")
-                     .arg(minimum)
-                     .arg(Maximum));
-        return value;
-    }
-
-    std::optional<quint16> probePort(std::optional<quint16> defaultValue)
-    {
-        const QString value = m_parser.value(QStringLiteral("probe-port"));
-        if (!m_parser.isSet(QStringLiteral("probe-port")))
-            return defaultValue;
+        const QString value = m_command.value("probe-port");
         if (value == QLatin1String("off"))
             return {};
         return port(value, "probe-port", QStringLiteral("a port from 0 to 65535 or \"off\""));
@@ -123,9 +45,7 @@ public:
 
     void listen(QHostAddress &address, quint16 &portNumber)
     {
-        const QString value = m_parser.value(QStringLiteral("listen"));
-        if (!m_parser.isSet(QStringLiteral("listen")))
-            return;
+        const QString value = m_command.value("listen");
         const int colon = value.indexOf(QLatin1Char(':'));
         const QString expectation =
             QStringLiteral("an IPv4 loopback address (127.0.0.0/8), with or without a port");
@@ -138,7 +58,7 @@ public:
 
     QString text(const char *name)
     {
-        const QString value = m_parser.value(QLatin1String(name));
+        const QString value = m_command.value(name);
         if (value.size() > SimulatedDevice::MaxTextLength)
             fail(name,
                  QString::fromLatin1("a text of at most %1 characters")
@@ -148,8 +68,8 @@ public:
 
     QString version(const char *name)
     {
-        const QString value = m_parser.value(QLatin1String(name));
-        if (!m_parser.isSet(QLatin1String(name)))
+        const QString value = m_command.value(name);
+        if (!m_command.isSet(name))
             return {};
         const QStringList parts = value.split(QLatin1Char('.'));
         bool isVersion = parts.size() == 4;
@@ -160,24 +80,20 @@ public:
         return value;
     }
 
-    Generation generation()
+    Generation generation() const
     {
-        const QString value = m_parser.value(QStringLiteral("generation"));
+        const QString value = m_command.value("generation");
         if (value == QLatin1String("older"))
             return Generation::Older;
-        if (value == QLatin1String("newer"))
-            return Generation::Newer;
-        if (m_parser.isSet(QStringLiteral("generation")) && value != QLatin1String("none"))
-            fail("generation", QStringLiteral("\"older\", \"newer\" or \"none\""));
-        return Generation::None;
+        return value == QLatin1String("newer") ? Generation::Newer : Generation::None;
     }
 
     void fail(const char *name, const QString &expectation)
     {
         if (m_errorText.isEmpty())
             m_errorText =
-                QString::fromLatin1("The value \"%1\" of --%2 is not %3.")
-                    .arg(m_parser.value(QLatin1String(name)), QLatin1String(name), expectation);
+                QString::fromLatin1("--%1: %2 is not %3.")
+                    .arg(QLatin1String(name), Cli::quoted(m_command.value(name)), expectation);
     }
 
 private:
@@ -189,7 +105,7 @@ private:
         return quint16(number.value_or(0));
     }
 
-    const QCommandLineParser &m_parser;
+    const Cli::Command &m_command;
     QString &m_errorText;
 };
 
@@ -198,63 +114,56 @@ private:
 std::optional<Options> Options::parse(const QStringList &arguments, QString &errorText)
 {
     errorText.clear();
-    QCommandLineParser parser;
-    describeOptions(parser);
-    if (!parser.parse(arguments)) {
-        errorText = parser.errorText();
-        return {};
-    }
+    const Cli::ParseResult result = Cli::parse(DeviceProgram, arguments.mid(1));
     Options options;
-    if (parser.isSet(QStringLiteral("help"))) {
+    switch (result.kind) {
+    case Cli::ParseResult::Kind::Help:
         options.action = Action::ShowHelp;
         return options;
-    }
-    if (parser.isSet(QStringLiteral("version"))) {
+    case Cli::ParseResult::Kind::Version:
         options.action = Action::ShowVersion;
         return options;
+    case Cli::ParseResult::Kind::Error:
+        errorText = result.errorText;
+        return {};
+    case Cli::ParseResult::Kind::Command:
+        break;
     }
-    if (!parser.positionalArguments().isEmpty())
-        errorText = QString::fromLatin1("\"%1\" is not an option.")
-                        .arg(parser.positionalArguments().constFirst());
-
-    ValueReader values(parser, errorText);
+    const Cli::Command &command = *result.command;
+    ValueReader values(command, errorText);
     DeviceSettings &device = options.device;
     values.listen(device.address, device.port);
-    device.probePort = values.probePort(device.probePort);
+    device.probePort = values.probePort();
     device.fileVersion = values.version("file-version");
-    device.installMs = values.milliseconds("install-ms", 0, device.installMs);
-    device.restartMs = values.milliseconds("restart-ms", 0, device.restartMs);
-    device.heartbeatMs = values.milliseconds("heartbeat-ms", 1, device.heartbeatMs);
+    device.installMs = int(command.number("install-ms"));
+    device.restartMs = int(command.number("restart-ms"));
+    device.heartbeatMs = int(command.number("heartbeat-ms"));
     device.generation = values.generation();
     device.serial = values.text("serial");
     device.name = values.text("name");
-    device.statePath = parser.value(QStringLiteral("state"));
-    device.tracePath = parser.value(QStringLiteral("trace"));
-    for (const QString &fault : parser.values(QStringLiteral("fault"))) {
+    device.statePath = command.value("state");
+    device.tracePath = command.value("trace");
+    for (const QString &fault : command.values("fault")) {
         QString faultError;
         if (!device.faults.add(fault, faultError) && errorText.isEmpty())
-            errorText = faultError;
+            errorText = QLatin1String("--fault: ") + faultError;
     }
-    options.catalogue = parser.value(QStringLiteral("catalogue"));
-    options.model = parser.value(QStringLiteral("model"));
-    options.cards = parser.values(QStringLiteral("card"));
-    const bool hasNoCards = parser.isSet(QStringLiteral("no-cards"));
+    options.catalogue = command.value("catalogue");
+    options.model = command.value("model");
+    options.cards = command.values("card");
+    const bool hasNoCards = command.isSet("no-cards");
     options.isFullyFitted = options.cards.isEmpty() && !hasNoCards;
     if (hasNoCards && !options.cards.isEmpty() && errorText.isEmpty())
         errorText = QStringLiteral("--card and --no-cards exclude each other.");
-    if (!errorText.isEmpty())
-        return {};
-    return options;
+    if (errorText.isEmpty())
+        return options;
+    errorText += QLatin1Char(' ') + Cli::seeHelp(DeviceProgram, nullptr);
+    return {};
 }
 
 QString Options::helpText()
 {
-    QCommandLineParser parser;
-    describeOptions(parser);
-    return parser.helpText() + QLatin1String("\nFaults:\n") + Faults::helpText()
-        + QStringLiteral(
-               "\nThe exit status is 0 after SIGTERM or SIGINT, 64 if the options or the\n"
-               "catalogue are wrong, and 1 if the device cannot start.\n");
+    return Cli::helpText(DeviceProgram);
 }
 
 } // namespace Velmar::Simulator

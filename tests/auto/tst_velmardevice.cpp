@@ -106,17 +106,21 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("options");
         QTest::addColumn<QByteArray>("sentence");
 
-        QTest::newRow("unknown option") << QStringList { "--colour", "red" }
-                                        << QByteArray("velmar-device: Unknown option 'colour'.\n");
-        QTest::newRow("stray word") << QStringList { "stray" }
-                                    << QByteArray("velmar-device: \"stray\" is not an option.\n");
+        QTest::newRow("unknown option")
+            << QStringList { "--colour", "red" }
+            << QByteArray(
+                   "velmar-device: There is no option \"--colour\". See velmar-device --help\n");
+        QTest::newRow("stray word") << QStringList {
+            "stray"
+        } << QByteArray("velmar-device: Unexpected argument \"stray\". See velmar-device --help\n");
         QTest::newRow("address beyond loopback")
             << QStringList { "--listen", "192.168.1.1:9720" }
-            << QByteArray("velmar-device: The value \"192.168.1.1:9720\" of --listen is not an "
-                          "IPv4 loopback address (127.0.0.0/8), with or without a port.\n");
+            << QByteArray("velmar-device: --listen: \"192.168.1.1:9720\" is not an IPv4 loopback "
+                          "address (127.0.0.0/8), with or without a port. See velmar-device "
+                          "--help\n");
         QTest::newRow("unknown fault")
             << QStringList { "--fault", "explode" }
-            << QByteArray("velmar-device: There is no fault \"explode\"; the faults are "
+            << QByteArray("velmar-device: --fault: There is no fault \"explode\"; the faults are "
                           "refuse-announce, cut-transfer, refuse-configure, drop-progress, "
                           "refuse-progress, install-fails, never-ends, power-cut, refuse-restart, "
                           "no-return, slow-link, register-ack, register-silent, register-cut, "
@@ -125,11 +129,11 @@ private Q_SLOTS:
                           "http-stall, http-truncate, http-broken, http-empty, http-huge, "
                           "http-switch, http-fails-after-done, endless-documents, gzip-bomb, "
                           "poll-status, wrong-types, absent-keys, brick, lie, old-result, silent, "
-                          "gone, restarts, restarts-sending.\n");
+                          "gone, restarts, restarts-sending. See velmar-device --help\n");
         QTest::newRow("unknown generation")
             << QStringList { "--generation", "oldest" }
-            << QByteArray("velmar-device: The value \"oldest\" of --generation is not \"older\", "
-                          "\"newer\" or \"none\".\n");
+            << QByteArray("velmar-device: --generation: \"oldest\" is none of older, newer, none. "
+                          "See velmar-device --help\n");
         QTest::newRow("unknown model")
             << QStringList { "--model", "Nimbus" }
             << QByteArray("velmar-device: There is no device model \"Nimbus\"; the catalogue has "
