@@ -14,14 +14,13 @@ struct CommandLine {
     QString input;
     QString output; //!< empty for Action::Image
     QString keyFile; //!< empty: the demonstration key
+    QString help; //!< for Action::Help: the text
     bool json = false;
     bool force = false;
 };
 
 /*! False, with \a errorText set, if \a arguments (the program's name first) make no sense. */
 bool parseCommandLine(const QStringList &arguments, CommandLine &commandLine, QString &errorText);
-
-QString helpText();
 
 } // namespace Velmar::Package
 

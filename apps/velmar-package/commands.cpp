@@ -150,7 +150,7 @@ ExitCode run(const CommandLine &commandLine)
     case CommandLine::Action::Help:
         break;
     }
-    return print(helpText().toUtf8());
+    return print(commandLine.help.toUtf8());
 }
 
 } // namespace Velmar::Package

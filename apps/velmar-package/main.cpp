@@ -25,7 +25,7 @@ int main(int argc, char *argv[])
     CommandLine commandLine;
     QString errorText;
     if (!parseCommandLine(QCoreApplication::arguments(), commandLine, errorText)) {
-        qCritical().noquote() << errorText << "Try --help.";
+        qCritical().noquote() << errorText;
         return int(ExitCode::Usage);
     }
     const Interruption interruption;

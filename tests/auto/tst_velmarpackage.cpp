@@ -64,18 +64,21 @@ private Q_SLOTS:
             QTest::newRow(name) << QString::fromLatin1(words).split(u' ', Qt::SkipEmptyParts)
                                 << QByteArray(error);
         };
-        row("nothing", "", "No command is given.");
-        row("unknown command", "pack a b", "There is no command \"pack\".");
-        row("unknown option", "image --fast a", "Unknown option 'fast'.");
+        row("nothing", "", "No verb is given. See velmar-package --help");
+        row("unknown verb", "pack a b", "There is no verb \"pack\". See velmar-package --help");
+        row("unknown option", "image --fast a",
+            "There is no option \"--fast\". See velmar-package image --help");
         row("option without its value", "encipher a b --key-file",
-            "Missing value after '--key-file'.");
-        row("one path of two", "encipher a", "\"encipher\" takes 2 paths, not 1.");
-        row("a path too many", "image a b", "\"image\" takes 1 path, not 2.");
-        row("JSON of a file", "decipher a b --json", "--json is for \"image\" only.");
+            "--key-file needs a value, FILE. See velmar-package encipher --help");
+        row("one path of two", "encipher a", "OUT is missing. See velmar-package encipher --help");
+        row("a path too many", "image a b",
+            "Unexpected argument \"b\". See velmar-package image --help");
+        row("JSON of a file", "decipher a b --json",
+            "There is no option \"--json\". See velmar-package decipher --help");
         row("key of an image", "image a --key-file k",
-            "\"image\" takes neither --force nor --key-file.");
+            "There is no option \"--key-file\". See velmar-package image --help");
         row("force of an image", "image a --force",
-            "\"image\" takes neither --force nor --key-file.");
+            "There is no option \"--force\". See velmar-package image --help");
     }
     void commandLine()
     {
@@ -84,7 +87,7 @@ private Q_SLOTS:
 
         const Outcome outcome = run(arguments);
 
-        QCOMPARE(outcome.errors, "velmar-package: " + error + " Try --help.\n");
+        QCOMPARE(outcome.errors, "velmar-package: " + error + "\n");
         QCOMPARE(outcome.output, QByteArray());
         QCOMPARE(outcome.exitCode, 64);
     }
@@ -93,7 +96,7 @@ private Q_SLOTS:
     {
         const Outcome outcome = run({ QStringLiteral("--help") });
 
-        QVERIFY(outcome.output.startsWith("Usage: velmar-package COMMAND [OPTIONS]\n"));
+        QVERIFY(outcome.output.startsWith("Usage: velmar-package VERB [options]\n"));
         QCOMPARE(outcome.errors, QByteArray());
         QCOMPARE(outcome.exitCode, 0);
     }
@@ -239,10 +242,17 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("arguments");
 
-        QTest::newRow("input") << QStringList({ "image", "" });
-        QTest::newRow("output") << QStringList({ "encipher", "in", "" });
-        QTest::newRow("package") << QStringList({ "create", "manifest.json", "" });
-        QTest::newRow("key file") << QStringList({ "encipher", "in", "out", "--key-file", "" });
+        QTest::addColumn<QByteArray>("error");
+
+        QTest::newRow("input") << QStringList({ "image", "" })
+                               << QByteArray("FILE is empty. See velmar-package image --help");
+        QTest::newRow("output") << QStringList({ "encipher", "in", "" })
+                                << QByteArray("OUT is empty. See velmar-package encipher --help");
+        QTest::newRow("package") << QStringList({ "create", "manifest.json", "" })
+                                 << QByteArray("OUTDIR is empty. See velmar-package create --help");
+        QTest::newRow("key file") << QStringList({ "encipher", "in", "out", "--key-file", "" })
+                                  << QByteArray("--key-file: an empty path names nothing. See "
+                                                "velmar-package encipher --help");
     }
     void emptyPath()
     {
@@ -251,8 +261,8 @@ private Q_SLOTS:
 
         const Outcome outcome = run(arguments);
 
-        QCOMPARE(outcome.errors,
-                 QByteArray("velmar-package: An empty path names nothing. Try --help.\n"));
+        QFETCH(QByteArray, error);
+        QCOMPARE(outcome.errors, "velmar-package: " + error + "\n");
         QCOMPARE(outcome.exitCode, 64);
     }
 
