@@ -40,9 +40,15 @@ constexpr ExitStatus Statuses[] = {
     { 64, "The options are wrong." },
 };
 
+constexpr Example Examples[] = {
+    { "Lose the connection in the middle of what the host sends:",
+      "velmar-relay --to 127.0.0.1:9720 --fault reset --at 100000" },
+};
+
+constexpr const char *SeeAlso[] = { "velmar-device(1)", "velmar-upgrade(1)" };
+
 } // namespace
 
-// No manual page is made of it: the relay is a tool of the tests.
 constexpr Program RelayProgram = {
     "velmar-relay",
     "Passes connections on to a device, with a fault.",
@@ -60,8 +66,8 @@ constexpr Program RelayProgram = {
     {},
     {},
     {},
-    {},
-    {},
+    Examples,
+    SeeAlso,
 };
 
 } // namespace Velmar::Relay

@@ -41,8 +41,8 @@ constexpr Option Card =
 constexpr const char *Roads[] = { "native", "http", "registers" };
 constexpr Option Road =
     Option("road",
-           "How the device gets its firmware: one image over its native link, a file to its HTTP "
-           "service, or the main control's MCU register by register.")
+           "How the device gets its firmware. As one image over its native link, as a file to its "
+           "HTTP service, or the main control's MCU register by register.")
         .word("ROAD", Roads)
         .orElse("native");
 constexpr Option File = Option("file",

@@ -1,5 +1,7 @@
 #include "optiontext.h"
 
+#include <QRegularExpression>
+
 namespace Velmar::Cli {
 
 QString optionTerm(const Option &option)
@@ -34,6 +36,13 @@ QString optionText(const Option &option)
     if (option.isRepeatable())
         sentences.append(QStringLiteral("Repeatable."));
     return sentences.join(QLatin1Char(' '));
+}
+
+QString firstSentence(const char *text)
+{
+    static const QRegularExpression end(QStringLiteral("[.;](?: |$)"));
+    const QString all = QString::fromUtf8(text);
+    return all.left(all.indexOf(end));
 }
 
 QStringList paragraphs(const char *text)

@@ -13,6 +13,9 @@ QString optionTerm(const Option &option);
 /*! All that is to say of \a option: its text, and the sentences that follow from its row. */
 QString optionText(const Option &option);
 
+/*! The first sentence or half of one of \a text, without its end: for lists that have no room. */
+QString firstSentence(const char *text);
+
 /*! The paragraphs of \a text, each as one line. */
 QStringList paragraphs(const char *text);
 
