@@ -134,6 +134,7 @@ constexpr Program DeviceProgram = {
     Sections,
     Examples,
     SeeAlso,
+    true, // a script's usual options stand in front of those of the moment
 };
 
 } // namespace Velmar::Simulator

@@ -68,6 +68,7 @@ constexpr Program RelayProgram = {
     {},
     Examples,
     SeeAlso,
+    true, // a script's usual options stand in front of those of the moment
 };
 
 } // namespace Velmar::Relay

@@ -137,7 +137,8 @@ private:
         const QString fault = valueFault(option, value);
         if (!fault.isEmpty())
             fail(QStringLiteral("%1: %2").arg(shown, fault));
-        else if (!option.isRepeatable() && m_command.isGiven(option.name()))
+        else if (!option.isRepeatable() && m_command.isGiven(option.name())
+                 && !m_command.program().isLaterTaken)
             fail(QStringLiteral("%1 is given twice").arg(shown));
         else
             m_command.addGiven(option, value);

@@ -50,8 +50,13 @@ constexpr Program Journey = {
 
 constexpr Argument Files[] = { { "FILE", "A file.", ValueKind::File } };
 constexpr const char *ShowUsage[] = { "FILE" };
-constexpr Program Show = { "show", "Shows.", "Shows.", ShowUsage, Files, Front, {}, {},
-                           {},     nullptr,  {},       {},        {},    {},    {}, {} };
+constexpr Option ShowOptions[] = {
+    Option("size", "A size.").number("N", 1, 9),
+    helpOption(),
+    versionOption(),
+};
+constexpr Program Show = { "show",  "Shows.", "Shows.", ShowUsage, Files, ShowOptions, {}, {},  {},
+                           nullptr, {},       {},       {},        {},    {},          {}, true };
 
 } // namespace
 
@@ -250,6 +255,13 @@ private Q_SLOTS:
         QCOMPARE(parse(Show, {}).errorText, QString("FILE is missing. See show --help"));
         QCOMPARE(parse(Show, { "--no" }).errorText,
                  QString("There is no option \"--no\". See show --help"));
+    }
+
+    void laterIsTaken()
+    {
+        QCOMPARE(parse(Show, { "--size", "1", "a", "--size=2" }).command->number("size"), 2);
+        QCOMPARE(parse(Show, { "--size", "0", "a", "--size=2" }).errorText,
+                 QString("--size: \"0\" is no number from 1 to 9. See show --help"));
     }
 
     void helpOfAVerb()

@@ -169,14 +169,8 @@ private Q_SLOTS:
         QTest::addColumn<QString>("option");
         QTest::addColumn<QByteArray>("text");
 
-        QTest::newRow("help lists options") << "--help" << QByteArray("--heartbeat-ms <MS>");
-        QTest::newRow("help lists faults")
-            << "-h"
-            << QByteArray(
-                   "  cut-transfer[=PERCENT] (default 50)\n"
-                   "      Drops the connection, without an answer, as soon as this much of a "
-                   "file\n"
-                   "      has arrived. Happens once.\n");
+        QTest::newRow("help lists options") << "--help" << QByteArray("--heartbeat-ms MS");
+        QTest::newRow("help lists faults") << "-h" << QByteArray("\n  cut-transfer[=PERCENT] ");
         QTest::newRow("version") << "--version" << QByteArray("velmar-device 0.1.0\n");
     }
     void showsTextsAndEnds()

@@ -82,7 +82,7 @@ struct ParseResult {
 
     A verb is the first word. Values stand behind "=" or as the next word; letters may be joined, as
     in "-qo FILE". Behind "--" there are arguments alone. An option that takes a value and is not
-    repeatable is an error if it is given twice. Numbers, words and paths are checked. A call for
+    repeatable is an error if it is given twice, or the later one counts, as \a program has it. Numbers, words and paths are checked. A call for
     help goes before errors. Reads nothing but \a words.
 */
 ParseResult parse(const Program &program, const QStringList &words);

@@ -70,6 +70,7 @@ struct Program {
     Table<Section> sections;
     Table<Example> examples;
     Table<const char *> seeAlso; //!< as in "velmar-device(1)"
+    bool isLaterTaken = false; //!< of two values of one option; an error otherwise
 };
 
 /*! The options "help" and "version", which parse() answers itself. */
