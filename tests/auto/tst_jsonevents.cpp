@@ -143,14 +143,16 @@ private Q_SLOTS:
 
     void everyVerdictIsInTheSchema()
     {
+        QStringList words;
         for (int code = int(VerdictCode::Confirmed); code <= int(VerdictCode::Internal); ++code) {
             auto json = events();
             json.take(end(VerdictCode(code)));
-            const auto data = last().value("data").toObject();
-            QCOMPARE(data.value("code").toString(), verdictWord(VerdictCode(code)));
-            QVERIFY2(schemaWords().contains(data.value("code").toString()),
-                     qPrintable(data.value("code").toString()));
+            words.append(last().value("data").toObject().value("code").toString());
         }
+        auto known = schemaWords();
+        words.sort();
+        known.sort();
+        QCOMPARE(words.join(QLatin1Char(' ')), known.join(QLatin1Char(' ')));
     }
 
     void nothingBehindTheVerdict()
