@@ -10,6 +10,8 @@
 #include "upgradeoperations.h"
 #include "versionquery.h"
 
+#include <utility>
+
 namespace Velmar::Simulator {
 
 namespace {
@@ -229,14 +231,14 @@ void SimulatedDevice::restart()
 /*! Nothing is tidied up: the next start finds the folder as a cut of the power leaves it. */
 void SimulatedDevice::goAway()
 {
-    if (!m_isAway)
-        Q_EMIT away();
-    m_isAway = true;
+    const bool wasAway = std::exchange(m_isAway, true);
     m_return.stop();
     stopListening();
     if (m_httpUpgrade)
         m_httpUpgrade->reset();
     m_installer->breakOff();
+    if (!wasAway)
+        Q_EMIT away();
 }
 
 /*! Notes that the device is bricked, if a stop now is the end of it; true if it is bricked. */

@@ -450,7 +450,7 @@ private Q_SLOTS:
         socket.connectToHost(Address, 8080);
         socket.write(Poll);
         QByteArray answer;
-        QTRY_VERIFY((answer += socket.readAll()).size() > 5000000);
+        QTRY_VERIFY((answer += socket.readAll()).size() > 1000000);
         QVERIFY(answer.contains("\r\n\r\n{\"unknown\":[1,1,1,1,"));
         QVERIFY(answer.endsWith("1") || answer.endsWith(","));
         QVERIFY(socket.state() == QAbstractSocket::ConnectedState);
