@@ -22,6 +22,8 @@ Confirmation::~Confirmation() = default;
 
 void Confirmation::start()
 {
+    if (m_isOver)
+        return;
     m_elapsed.start();
     m_tick.start();
     m_looks = std::make_unique<DeviceLooks>(m_device, m_makeLink(m_device), m_times.answer,

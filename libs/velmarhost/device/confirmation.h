@@ -39,6 +39,7 @@ public:
         then, or at its time-out at the latest. */
     ~Confirmation() override;
 
+    /*! Has no effect behind stop(). */
     void start();
 
     /*! Ends without a further signal. Does not wait. */
