@@ -2,6 +2,9 @@
 #include "run/road.h"
 #include "run/verdict.h"
 
+#include <QFile>
+#include <QRegularExpression>
+#include <QSet>
 #include <QTest>
 
 using namespace Velmar::Host;
@@ -13,6 +16,7 @@ class TestVerdict : public QObject
 private Q_SLOTS:
     void code_data();
     void code();
+    void tableOfThePage();
     void phasesHaveWords();
     void roadsHaveWords();
     void unknownWordsNameNothing();
@@ -60,6 +64,26 @@ void TestVerdict::code()
     const bool hasAdvice =
         kind != QLatin1String("confirmed") && word != QLatin1String("interrupted");
     QCOMPARE(!end.advice.isEmpty(), hasAdvice);
+}
+
+void TestVerdict::tableOfThePage()
+{
+    QFile page(QStringLiteral(VELMAR_DOCS "/host/verdicts.md"));
+    QVERIFY2(page.open(QIODevice::ReadOnly), qPrintable(page.errorString()));
+    const QRegularExpression row(
+        QStringLiteral("^\\| `([a-z-]+)` \\| ([a-z]+) \\| ([0-9]+) \\| .+ \\|$"),
+        QRegularExpression::MultilineOption);
+    QSet<QString> words;
+    auto rows = row.globalMatch(QString::fromUtf8(page.readAll()));
+    while (rows.hasNext()) {
+        const auto match = rows.next();
+        const auto code = verdictOf(match.captured(1));
+        QVERIFY2(code, qPrintable(match.captured(1)));
+        QCOMPARE(match.captured(2), verdictKindWord(verdictKind(*code)));
+        QCOMPARE(match.captured(3).toInt(), int(verdictExitCode(*code)));
+        words.insert(match.captured(1));
+    }
+    QCOMPARE(words.size(), int(VerdictCode::Internal) + 1); // the last one
 }
 
 void TestVerdict::phasesHaveWords()
