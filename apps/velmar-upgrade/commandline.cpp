@@ -41,6 +41,8 @@ std::chrono::milliseconds CommandLine::timeLimit() const
 
 std::optional<CommandLine> readCommandLine(const QStringList &words, HostExitCode &code)
 {
+    if (words.contains(QStringLiteral("--json")))
+        complainAsJson();
     auto result = Cli::parse(UpgradeProgram, words);
     code = HostExitCode::Ok;
     switch (result.kind) {

@@ -1,5 +1,6 @@
 #include "console.h"
 
+#include "show/jsonevents.h"
 #include "show/printable.h"
 
 #include <cstdio>
@@ -11,6 +12,30 @@
 using namespace Velmar::Host;
 
 namespace {
+
+bool isJsonAsked = false;
+
+/*! Why a program ends with \a code before any upgrade has begun. */
+VerdictCode verdictCodeOf(HostExitCode code)
+{
+    switch (code) {
+    case HostExitCode::Usage:
+        return VerdictCode::Usage;
+    case HostExitCode::PackageRefused:
+        return VerdictCode::PackageRefused;
+    case HostExitCode::Unreachable:
+        return VerdictCode::Unreachable;
+    case HostExitCode::TryAgain:
+        return VerdictCode::DeviceBusy;
+    case HostExitCode::Interrupted:
+        return VerdictCode::Interrupted;
+    case HostExitCode::Ok:
+    case HostExitCode::Failed:
+    case HostExitCode::Unconfirmed:
+        break;
+    }
+    return VerdictCode::Internal;
+}
 
 void write(std::FILE *stream, const QString &text)
 {
@@ -31,9 +56,27 @@ void printLine(const QString &text)
     write(stdout, text + QLatin1Char('\n'));
 }
 
+void printError(const QString &text)
+{
+    write(stderr, text);
+}
+
+void complainAsJson()
+{
+    isJsonAsked = true;
+}
+
 HostExitCode complain(HostExitCode code, const QString &sentence)
 {
     write(stderr, QStringLiteral("velmar-upgrade: %1\n").arg(sentence));
+    if (isJsonAsked) {
+        RunEvent event;
+        event.kind = RunEvent::Kind::Verdict;
+        event.summary = RunSummary();
+        event.summary->verdict = verdict(verdictCodeOf(code), sentence);
+        JsonEvents(makeRunId(), [](const QByteArray &line) { print(QString::fromUtf8(line)); })
+            .take(event);
+    }
     return code;
 }
 

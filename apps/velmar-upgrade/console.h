@@ -14,6 +14,13 @@ void print(const QString &text);
 /*! Writes \a text to standard output as a line. */
 void printLine(const QString &text = QString());
 
+/*! Writes \a text to standard error as it is, at once. */
+void printError(const QString &text);
+
+/*! Has complain() tell the end of the program on standard output, too, as the one line of a run that
+    never began: what a program that asked for JSON waits for. */
+void complainAsJson();
+
 /*! Writes \a sentence to standard error behind the program's name, and returns \a code. */
 Velmar::Host::HostExitCode complain(Velmar::Host::HostExitCode code, const QString &sentence);
 

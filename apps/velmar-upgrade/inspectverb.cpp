@@ -4,6 +4,8 @@
 #include "device/devicesession.h"
 #include "device/modelnames.h"
 #include "package/offer.h"
+#include "package/packagecheck.h"
+#include "package/packagecopy.h"
 #include "package/packagelisting.h"
 #include "package/packageparse.h"
 #include "packagereport.h"
@@ -17,6 +19,8 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
+
+#include <atomic>
 
 using namespace Velmar;
 using namespace Velmar::Host;
@@ -81,16 +85,33 @@ HostExitCode inspectVerb(const CommandLine &options)
             QStringLiteral("--device and --model exclude each other. Give one of them"));
     const LogCapture log(options.isSet("verbose") ? printLogLine : nullptr);
     const auto catalogue = useCatalogue(options);
-    if (!catalogue)
+    if (!catalogue || !useKeyFile(options))
         return HostExitCode::Usage;
     const ModelNames names(*catalogue);
 
-    const QString path = libraryPath(options.argument());
-    if (QFileInfo(path).isFile())
-        return inspectImageFile(path, options, log);
+    const QString folder = libraryPath(options.argument());
+    if (QFileInfo(folder).isFile())
+        return inspectImageFile(folder, options, log);
 
-    PackageListing listing;
+    // The library opens the index for writing, which the user's own folder is spared.
     QString errorText;
+    auto refusal = VerdictCode::Internal;
+    PackageCopyOptions copyOptions;
+    copyOptions.baseFolder = options.value("work-folder");
+    const std::atomic<bool> isCancelled { false };
+    const auto copy = PackageCopy::make(folder, copyOptions, isCancelled, refusal, errorText);
+    if (!copy)
+        return complain(verdictExitCode(refusal), printable(errorText));
+    const auto findings = checkPackage(copy->path(), copy->manifest());
+    for (const auto &finding : findings)
+        printError(printable(QStringLiteral("%1: %2 (%3)").arg(finding.place, finding.text,
+                                                               finding.code))
+                   + QLatin1Char('\n'));
+    if (firstRefusal(findings))
+        return complain(HostExitCode::PackageRefused,
+                        QStringLiteral("The package breaks the rules named above"));
+    const auto path = copy->path();
+    PackageListing listing;
     if (!listing.read(path, errorText))
         return complain(HostExitCode::PackageRefused,
                         QStringLiteral("This is no package: %1").arg(printable(errorText)));

@@ -312,13 +312,14 @@ void WorkerRun::watch()
                QStringLiteral("The device does not tell its progress: %1").arg(errorText));
     m_voice.tell(InstallingTell { progress });
     const bool hasEnded = progress.result == Installed || progress.result == InstallationFailed;
-    if (hasEnded && !m_order.mayRestart)
-        end(progress.result == Installed,
-            progress.result == Installed
-                ? QStringLiteral("The device has installed everything and is not restarted")
-                : QStringLiteral("The installation has failed, and the device is not restarted"));
+    const auto hint = QStringLiteral(". It is not restarted; add --restart for that");
+    if (progress.result == Installed && !m_order.mayRestart)
+        refuse(VerdictCode::NothingToDo,
+               QStringLiteral("The device has installed everything") + hint);
+    if (progress.result == InstallationFailed && !m_order.mayRestart)
+        refuse(VerdictCode::InstallFailed, QStringLiteral("The installation has failed") + hint);
     if (!hasEnded && progress.result != Running)
-        end(false, QStringLiteral("The device is installing nothing"));
+        refuse(VerdictCode::NothingToDo, QStringLiteral("The device is installing nothing"));
     auto run = std::make_unique<UpgradeRun>(UpgradeOrder { m_session->device(), {}, {}, {}, {} });
     follow(*run);
     auto &started = *run;

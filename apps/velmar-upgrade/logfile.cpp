@@ -1,0 +1,48 @@
+#include "logfile.h"
+
+#include "show/printable.h"
+
+using namespace Velmar::Host;
+
+namespace {
+
+QString lineOf(const RunEvent &event)
+{
+    switch (event.kind) {
+    case RunEvent::Kind::Phase:
+        return QStringLiteral("phase %1").arg(phaseWord(event.phase));
+    case RunEvent::Kind::Message:
+    case RunEvent::Kind::Log:
+        return event.code.isEmpty() ? event.text
+                                    : QStringLiteral("%1: %2").arg(event.code, event.text);
+    case RunEvent::Kind::Verdict:
+        return QStringLiteral("verdict %1: %2")
+            .arg(verdictWord(event.summary->verdict.code), event.summary->verdict.sentence);
+    case RunEvent::Kind::Progress:
+    case RunEvent::Kind::Plan:
+        break;
+    }
+    return {};
+}
+
+} // namespace
+
+bool LogFile::open(const QString &path, QString &errorText)
+{
+    m_file.setFileName(path);
+    if (m_file.open(QIODevice::WriteOnly | QIODevice::Append))
+        return true;
+    errorText = QStringLiteral("%1 cannot be written: %2").arg(path, m_file.errorString());
+    return false;
+}
+
+void LogFile::take(const RunEvent &event)
+{
+    const QString line = lineOf(event);
+    if (line.isEmpty())
+        return;
+    m_file.write(QStringLiteral("%1 %2\n")
+                     .arg(event.time.toUTC().toString(Qt::ISODateWithMs), printable(line))
+                     .toUtf8());
+    m_file.flush(); // whoever follows the file sees each line at once
+}

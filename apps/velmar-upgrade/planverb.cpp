@@ -1,0 +1,29 @@
+#include "verbs.h"
+
+#include "conduct.h"
+#include "console.h"
+#include "plantext.h"
+#include "show/printable.h"
+#include "upgradewishes.h"
+
+#include <QJsonDocument>
+
+using namespace Velmar::Host;
+
+HostExitCode planVerb(const CommandLine &options)
+{
+    const auto wish = upgradeWish(options, Goal::Plan);
+    if (!wish)
+        return HostExitCode::Usage;
+    return conduct(*wish, options, [&options](const Plan &plan) {
+        QString errorText;
+        if (options.isGiven("output") && !plan.save(options.value("output"), errorText)) {
+            complain(HostExitCode::Failed, printable(errorText));
+            return false;
+        }
+        if (options.isGiven("json"))
+            return true; // its event has all of it
+        print(planText(plan).join(QLatin1Char('\n')) + QLatin1Char('\n'));
+        return true;
+    });
+}

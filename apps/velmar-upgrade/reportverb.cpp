@@ -1,0 +1,28 @@
+#include "verbs.h"
+
+#include "console.h"
+#include "show/printable.h"
+#include "show/runrecord.h"
+#include "show/supportfile.h"
+
+using namespace Velmar::Host;
+
+HostExitCode reportVerb(const CommandLine &options)
+{
+    QString errorText;
+    const auto run = findRunRecord(options.argument(), QString(), errorText);
+    if (!run)
+        return complain(HostExitCode::Usage, printable(errorText));
+    const auto content = supportFile(*run, errorText);
+    if (content.isEmpty())
+        return complain(HostExitCode::Failed, printable(errorText));
+    if (!options.isGiven("output")) {
+        print(QString::fromUtf8(content));
+        return HostExitCode::Ok;
+    }
+    const auto path = options.value("output");
+    if (!writeSupportFile(path, content, errorText))
+        return complain(HostExitCode::Failed, printable(errorText));
+    printLine(QStringLiteral("The run %1 is in %2").arg(run->id, printable(path)));
+    return HostExitCode::Ok;
+}

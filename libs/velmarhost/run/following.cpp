@@ -1,0 +1,61 @@
+#include "run/following.h"
+
+#include "device/devicefacts.h"
+
+#include <utility>
+
+namespace Velmar::Host {
+
+namespace {
+
+constexpr std::chrono::seconds AnswerLimit { 5 };
+
+Following::Found ask(const DeviceAddress &device)
+{
+    QString errorText;
+    const auto installation = readInstallation(device, AnswerLimit, errorText);
+    if (!installation)
+        return Following::Found::Nothing;
+    return installation->result == 0 ? Following::Found::Idle : Following::Found::AtWork;
+}
+
+} // namespace
+
+Following::Following(DeviceAddress device)
+    : m_device(std::move(device))
+{
+    m_pause.setSingleShot(true);
+    m_pause.setInterval(std::chrono::milliseconds(500));
+    connect(&m_pause, &QTimer::timeout, this, &Following::ask);
+}
+
+Following::~Following() = default;
+
+void Following::start(std::chrono::milliseconds limit)
+{
+    m_deadline.setRemainingTime(limit);
+    ask();
+}
+
+void Following::setInterval(std::chrono::milliseconds interval)
+{
+    m_pause.setInterval(interval);
+}
+
+void Following::ask()
+{
+    m_task = std::make_unique<BackgroundTask>(
+        [this](const std::atomic<bool> &) { m_answer = Host::ask(m_device); });
+    connect(m_task.get(), &BackgroundTask::signalEnded, this, &Following::slotAnswered);
+    m_task->start();
+}
+
+void Following::slotAnswered()
+{
+    if (m_answer == Found::Nothing && !m_deadline.hasExpired())
+        m_pause.start();
+    else
+        Q_EMIT signalFound(m_answer);
+}
+
+} // namespace Velmar::Host

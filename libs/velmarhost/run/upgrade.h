@@ -1,0 +1,150 @@
+#ifndef VELMARHOST_UPGRADE_H
+#define VELMARHOST_UPGRADE_H
+
+#include "package/plan.h"
+#include "records/devicerecords.h"
+#include "run/deadlines.h"
+#include "run/following.h"
+#include "run/progressclamp.h"
+#include "run/upgradewish.h"
+#include "run/verdict.h"
+#include "show/runevent.h"
+#include "worker/upgradeworker.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace Velmar::Host {
+
+class Confirmation;
+class Preparation;
+
+/*!
+    One upgrade from the package folder to the verdict.
+
+    Prepares (Preparation), has a worker process plan and upgrade (UpgradeWorker), follows a device
+    that the worker lost (Following), and asks the device for its versions (Confirmation). It ends
+    with a verdict in every case: the first end counts, and what comes behind it is logged.
+
+    Events go to a sink, the verdict last. All functions and signals are for one thread, which runs
+    an event loop. An object runs once.
+*/
+class Upgrade : public QObject
+{
+    Q_OBJECT
+
+public:
+    /*! \a events must outlive the object. */
+    Upgrade(UpgradeWish wish, UpgradeSettings settings, RunEventSink &events);
+
+    /*! Of an upgrade that was left, what its worker still needs stays on disk. */
+    ~Upgrade() override;
+
+    void start();
+
+    /*! Goes on behind signalPlanned(). */
+    void agree();
+
+    /*! Ends behind signalPlanned(): the device stays as it was. */
+    void decline();
+
+    /*!
+        Stops at the next safe point. A message tells that, or why the upgrade goes on, and how to
+        leave it.
+    */
+    void interrupt();
+
+    /*!
+        Ends now and leaves the device to itself. A worker that is writing registers goes on without
+        the host; any other ends, and orders no restart.
+    */
+    void leave();
+
+    /*! True if a worker goes on without the host: the process should end without waiting for it or
+        clearing up behind it. */
+    bool isWorkerLeft() const;
+
+Q_SIGNALS:
+    /*! This is what the device would get; agree() or decline() is awaited, but for Goal::Plan. */
+    void signalPlanned(const Velmar::Host::Plan &plan);
+
+    /*! The verdict has been told. Emitted once. */
+    void signalEnded(const Velmar::Host::Verdict &verdict);
+
+private:
+    Q_DISABLE_COPY_MOVE(Upgrade)
+
+    enum class State {
+        Idle,
+        Preparing,
+        Planning, //!< a worker plans
+        Waiting, //!< for agree()
+        Working, //!< a worker upgrades or watches
+        Following,
+        Confirming,
+        Ended,
+    };
+
+    void startWorker(WorkerMode mode);
+    void connectWorker();
+    void slotReady();
+    void slotPlan(const Plan &plan);
+    void slotSending(int percent, qint64 sentBytes, qint64 totalBytes);
+    void slotInstalling(const ProtoModel::Auxiliary::s_UpgradePercent &progress);
+    void slotStopAnswered(bool isTaken);
+    void slotWorkerEnded(bool result, const QString &text);
+    void slotWorkerRefused(VerdictCode code, const QString &text);
+    void slotWorkerDied(const QString &why);
+    void judgeFailure(VerdictCode code, const QString &text);
+    void follow(const QString &text);
+    void slotFound(Following::Found found);
+    void confirm();
+    void slotConfirmed(const Verdict &verdict);
+    void end(const Verdict &verdict);
+
+    void enter(Phase phase);
+    void tellProgress(int percent, qint64 sentBytes, qint64 totalBytes,
+                      std::vector<PartProgress> parts = {});
+    void tellMessage(const QString &text);
+    void tellWarning(const QString &text);
+    void tellPlan();
+    void tellLog(QtMsgType level, const QString &text);
+    void tell(RunEvent event);
+    QString watchCommand() const;
+    QString partName(int slotId, int type) const;
+    std::vector<SectionVersion> sectionVersions() const;
+
+    const UpgradeWish m_wish;
+    const UpgradeSettings m_settings;
+    RunEventSink &m_events;
+    const std::vector<Phase> m_phases; // of this upgrade, in order
+    State m_state = State::Idle;
+    std::optional<Phase> m_phase;
+    QElapsedTimer m_elapsed;
+    QElapsedTimer m_phaseElapsed;
+    std::map<Phase, std::chrono::milliseconds> m_durations;
+    ProgressClamp m_clamp; // of the present phase
+    std::unique_ptr<Preparation> m_preparation;
+    std::unique_ptr<UpgradeWorker> m_worker;
+    std::unique_ptr<Deadlines> m_deadlines;
+    std::unique_ptr<Following> m_following;
+    std::unique_ptr<Confirmation> m_confirmation;
+    std::optional<Plan> m_plan;
+    std::optional<Verdict> m_failure; // the device's own word, told once it is back
+    qint64 m_sentBytes = 0; // by all workers of this run
+    int m_workers = 0; // started so far
+    bool m_isOrdered = false; // by a former worker of this run: the device may be installing
+    bool m_isStopping = false; // the worker was asked to stop
+    bool m_isWorkerLeft = false;
+    QStringList m_causes; // the last lines of the worker's log
+};
+
+} // namespace Velmar::Host
+
+#endif // VELMARHOST_UPGRADE_H
