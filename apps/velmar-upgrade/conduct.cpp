@@ -46,8 +46,7 @@ class JsonOutput final : public RunEventSink
 {
 public:
     JsonOutput(const QString &runId, bool isVerbose)
-        : m_events(runId,
-                   [](const QByteArray &line) { print(QString::fromUtf8(line)); })
+        : m_events(runId, [](const QByteArray &line) { print(QString::fromUtf8(line)); })
         , m_isVerbose(isVerbose)
     {
     }
@@ -116,8 +115,8 @@ Conductor::Conductor(UpgradeWish wish, const CommandLine &options, PlanHandler t
     , m_takePlan(std::move(takePlan))
     , m_json(m_runId, options.isGiven("verbose"))
     // The plan itself is what the verb plan writes to standard output.
-    , m_display(displayOptions(options, m_wish.goal), m_wish.goal == Goal::Plan ? printError : print,
-                printError)
+    , m_display(displayOptions(options, m_wish.goal),
+                m_wish.goal == Goal::Plan ? printError : print, printError)
     , m_upgrade(m_wish, settingsOf(options, m_wish.goal), m_events)
 {
     if (options.isGiven("json"))

@@ -74,8 +74,9 @@ HostExitCode complain(HostExitCode code, const QString &sentence)
         event.kind = RunEvent::Kind::Verdict;
         event.summary = RunSummary();
         event.summary->verdict = verdict(verdictCodeOf(code), sentence);
-        JsonEvents(makeRunId(), [](const QByteArray &line) { print(QString::fromUtf8(line)); })
-            .take(event);
+        JsonEvents(makeRunId(), [](const QByteArray &line) {
+            print(QString::fromUtf8(line));
+        }).take(event);
     }
     return code;
 }

@@ -38,8 +38,8 @@ QString sectionName(const DeviceFacts &facts,
     if (part.slotId != 0) {
         name = BizModel::InterfaceConfig::instance()->findSectionNameByCode(int(part.modelId), code,
                                                                             0);
-    } else if (const auto *config = BizModel::DeviceConfigManager::instance()->findDeviceConfigByID(
-                   facts.modelId)) {
+    } else if (const auto *config =
+                   BizModel::DeviceConfigManager::instance()->findDeviceConfigByID(facts.modelId)) {
         // The device's table has the sections of its back plane, too.
         const auto section =
             std::find_if(config->upgradeCfgs.cbegin(), config->upgradeCfgs.cend(),

@@ -104,9 +104,9 @@ HostExitCode inspectVerb(const CommandLine &options)
         return complain(verdictExitCode(refusal), printable(errorText));
     const auto findings = checkPackage(copy->path(), copy->manifest());
     for (const auto &finding : findings)
-        printError(printable(QStringLiteral("%1: %2 (%3)").arg(finding.place, finding.text,
-                                                               finding.code))
-                   + QLatin1Char('\n'));
+        printError(
+            printable(QStringLiteral("%1: %2 (%3)").arg(finding.place, finding.text, finding.code))
+            + QLatin1Char('\n'));
     if (firstRefusal(findings))
         return complain(HostExitCode::PackageRefused,
                         QStringLiteral("The package breaks the rules named above"));

@@ -17,14 +17,9 @@ struct Handler {
 };
 
 constexpr Handler Handlers[] = {
-    { "devices", devicesVerb },
-    { "versions", versionsVerb },
-    { "inspect", inspectVerb },
-    { "plan", planVerb },
-    { "run", runVerb },
-    { "watch", watchVerb },
-    { "status", statusVerb },
-    { "report", reportVerb },
+    { "devices", devicesVerb }, { "versions", versionsVerb }, { "inspect", inspectVerb },
+    { "plan", planVerb },       { "run", runVerb },           { "watch", watchVerb },
+    { "status", statusVerb },   { "report", reportVerb },
 };
 
 } // namespace

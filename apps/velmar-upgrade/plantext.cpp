@@ -73,6 +73,7 @@ QStringList planText(const Plan &plan)
     if (!plan.leftOut.empty())
         lines.append(QStringLiteral("What is left out:"));
     for (const auto &item : plan.leftOut)
-        lines.append(QStringLiteral("  %1: %2").arg(leftOutWord(item.reason), printable(item.text)));
+        lines.append(
+            QStringLiteral("  %1: %2").arg(leftOutWord(item.reason), printable(item.text)));
     return lines;
 }

@@ -40,8 +40,7 @@ bool isRoadInOrder(const CommandLine &options, Goal goal, Road road)
 /*! The plan of --plan, of which nothing may be said otherwise; tells the error if there is none. */
 std::optional<Plan> givenPlan(const CommandLine &options)
 {
-    for (const char *option :
-         { "section", "card", "road", "file", "compatibility", "http-host" }) {
+    for (const char *option : { "section", "card", "road", "file", "compatibility", "http-host" }) {
         if (options.isGiven(option)) {
             complain(HostExitCode::Usage,
                      QStringLiteral("--%1 is settled by the plan. Leave it out")
@@ -64,8 +63,8 @@ bool takePlan(const CommandLine &options, UpgradeWish &wish)
     wish.road = wish.plan->road;
     wish.wish = wish.plan->wish;
     wish.upload = wish.plan->upload;
-    wish.packagePath = options.argument().isEmpty() ? wish.plan->packagePath
-                                                    : libraryPath(options.argument());
+    wish.packagePath =
+        options.argument().isEmpty() ? wish.plan->packagePath : libraryPath(options.argument());
     wish.device = wish.plan->device.address;
     if (!options.isSet("device"))
         return true;

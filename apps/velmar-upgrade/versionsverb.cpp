@@ -29,8 +29,8 @@ QString versionsText(const DeviceFacts &facts, const ModelNames &names)
                           text(facts.versions.brief));
     for (const auto &part : facts.versions.parts) {
         lines += QStringLiteral("\nSlot %1: %2, version %3\n")
-                     .arg(QString::number(part.slotId), printable(names.describe(int(part.modelId))),
-                          text(part.version));
+                     .arg(QString::number(part.slotId),
+                          printable(names.describe(int(part.modelId))), text(part.version));
         for (const auto &section : part.section)
             lines += QStringLiteral("  %1  %2  %3\n")
                          .arg(printable(sectionName(facts, part, section.code)).leftJustified(16),

@@ -30,7 +30,7 @@ struct DeadlineLimits {
     std::chrono::milliseconds standstill { std::chrono::minutes(15) }; //!< same progress throughout
     std::chrono::milliseconds stuck { std::chrono::minutes(
         5) }; //!< worker silent, also while it may
-        //!< not be given up
+    //!< not be given up
 };
 
 /*!

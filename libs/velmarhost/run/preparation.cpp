@@ -14,8 +14,9 @@ constexpr std::chrono::seconds AnswerLimit { 5 }; // for each of the few questio
 
 Verdict refusal(const std::vector<PackageFinding> &findings, const PackageFinding &first)
 {
-    const auto count = std::count_if(findings.begin(), findings.end(),
-                                     [](const PackageFinding &finding) { return finding.isRefusal; });
+    const auto count =
+        std::count_if(findings.begin(), findings.end(),
+                      [](const PackageFinding &finding) { return finding.isRefusal; });
     auto text = QStringLiteral("%1: %2 (%3)").arg(first.place, first.text, first.code);
     if (count > 1)
         text += QStringLiteral(", and %1 more").arg(count - 1);
@@ -65,8 +66,8 @@ void Preparation::tell(const std::function<void()> &signal)
 
 void Preparation::work(const std::atomic<bool> &isCancelled)
 {
-    const bool isDone = (m_order.packagePath.isEmpty()
-                         || (copyPackage(isCancelled) && checkCopy(isCancelled)))
+    const bool isDone =
+        (m_order.packagePath.isEmpty() || (copyPackage(isCancelled) && checkCopy(isCancelled)))
         && !isCancelled && askDevice() && (!m_order.isExclusive || lockDevice());
     if (isDone && !isCancelled)
         return;

@@ -34,8 +34,8 @@ std::vector<Phase> phasesOf(const UpgradeWish &wish)
         break;
     }
     std::vector<Phase> phases { Phase::Copying, Phase::Checking, Phase::Planning };
-    const bool hasImage = wish.road == Road::Native
-        || (wish.road == Road::Http && wish.upload.filePath.isEmpty());
+    const bool hasImage =
+        wish.road == Road::Native || (wish.road == Road::Http && wish.upload.filePath.isEmpty());
     if (hasImage)
         phases.push_back(Phase::Preparing);
     phases.push_back(Phase::Sending);
@@ -119,9 +119,10 @@ void Upgrade::start()
     m_preparation = std::make_unique<Preparation>(PreparationOrder {
         m_wish.packagePath, m_settings.workFolder, m_wish.device, m_wish.goal != Goal::Plan });
     connect(m_preparation.get(), &Preparation::signalPhase, this, &Upgrade::enter);
-    connect(m_preparation.get(), &Preparation::signalCopied, this, [this](qint64 done, qint64 total) {
-        tellProgress(total > 0 ? int(done * 100 / total) : 0, done, total);
-    });
+    connect(m_preparation.get(), &Preparation::signalCopied, this,
+            [this](qint64 done, qint64 total) {
+                tellProgress(total > 0 ? int(done * 100 / total) : 0, done, total);
+            });
     connect(m_preparation.get(), &Preparation::signalFinding, this,
             [this](const QString &code, const QString &text) {
                 tellWarning(QStringLiteral("%1 (%2)").arg(text, code));
@@ -187,9 +188,9 @@ void Upgrade::leave()
                     QStringLiteral("The firmware is still being written, by a process that goes on "
                                    "without you")));
     } else if (isOrdered || m_wish.goal == Goal::Watch) {
-        end(verdict(VerdictCode::Left,
-                    QStringLiteral("The device goes on by itself. See it with: %1")
-                        .arg(watchCommand())));
+        end(verdict(
+            VerdictCode::Left,
+            QStringLiteral("The device goes on by itself. See it with: %1").arg(watchCommand())));
     } else {
         end(verdict(VerdictCode::Interrupted, QStringLiteral("The device stays as it was")));
     }
@@ -251,14 +252,13 @@ void Upgrade::connectWorker()
     connect(worker, &UpgradeWorker::signalAlive, this, [this] { m_deadlines->noteAlive(); });
     connect(worker, &UpgradeWorker::signalPhase, this, &Upgrade::enter);
     connect(worker, &UpgradeWorker::signalPlan, this, &Upgrade::slotPlan);
-    connect(worker, &UpgradeWorker::signalStatus, this,
-            [this](const QString &text) {
-                // The number in it has its own event, and the last one comes again as the end.
-                if (m_phase == Phase::Installing)
-                    tellLog(QtInfoMsg, text);
-                else
-                    tellMessage(text);
-            });
+    connect(worker, &UpgradeWorker::signalStatus, this, [this](const QString &text) {
+        // The number in it has its own event, and the last one comes again as the end.
+        if (m_phase == Phase::Installing)
+            tellLog(QtInfoMsg, text);
+        else
+            tellMessage(text);
+    });
     connect(worker, &UpgradeWorker::signalSending, this, &Upgrade::slotSending);
     connect(worker, &UpgradeWorker::signalInstalling, this, &Upgrade::slotInstalling);
     connect(worker, &UpgradeWorker::signalTraffic, this,
@@ -359,7 +359,8 @@ void Upgrade::slotWorkerRefused(VerdictCode code, const QString &text)
 void Upgrade::slotWorkerDied(const QString &why)
 {
     m_sentBytes += m_worker->traffic().sentBytes;
-    judgeFailure(VerdictCode::WorkerDied, QStringLiteral("The upgrade's process has ended: ") + why);
+    judgeFailure(VerdictCode::WorkerDied,
+                 QStringLiteral("The upgrade's process has ended: ") + why);
 }
 
 void Upgrade::judgeFailure(VerdictCode code, const QString &text)
@@ -370,9 +371,9 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
     if (hasKnownEnd) {
         m_failure = verdict(VerdictCode::InstallFailed, text);
         confirm();
-    } else if (m_isOrdered || (m_wish.goal == Goal::Watch && m_phase == Phase::Installing
-                               && code != VerdictCode::NothingToDo
-                               && code != VerdictCode::InstallFailed)) {
+    } else if (m_isOrdered
+               || (m_wish.goal == Goal::Watch && m_phase == Phase::Installing
+                   && code != VerdictCode::NothingToDo && code != VerdictCode::InstallFailed)) {
         follow(text);
     } else if (m_isStopping) {
         end(verdict(VerdictCode::Interrupted,
@@ -385,7 +386,8 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
 void Upgrade::follow(const QString &text)
 {
     tellWarning(text);
-    if (m_wish.road != Road::Native) { // such a device restarts by itself, and its versions tell all
+    if (m_wish.road
+        != Road::Native) { // such a device restarts by itself, and its versions tell all
         confirm();
         return;
     }
@@ -455,7 +457,8 @@ void Upgrade::slotConfirmed(const Verdict &verdict)
 void Upgrade::end(const Verdict &verdict)
 {
     if (m_state == State::Ended) {
-        qInfo().noquote() << "An end behind the end:" << verdictWord(verdict.code) << verdict.sentence;
+        qInfo().noquote() << "An end behind the end:" << verdictWord(verdict.code)
+                          << verdict.sentence;
         return;
     }
     m_state = State::Ended;
@@ -577,10 +580,10 @@ QString Upgrade::partName(int slotId, int type) const
         return QStringLiteral("card %1").arg(slotId);
     // In slot 0 the first part is the main control, and any other belongs to the back plane.
     const auto &parts = m_preparation->facts().versions.parts;
-    const auto main = std::find_if(parts.begin(), parts.end(),
-                                   [](const auto &part) { return part.slotId == 0; });
+    const auto main =
+        std::find_if(parts.begin(), parts.end(), [](const auto &part) { return part.slotId == 0; });
     return main == parts.end() || main->type == type ? QStringLiteral("main control")
-                                                      : QStringLiteral("back plane");
+                                                     : QStringLiteral("back plane");
 }
 
 std::vector<SectionVersion> Upgrade::sectionVersions() const
