@@ -232,8 +232,8 @@ private Q_SLOTS:
                      "Unit card: card SI-H4 HDMI input card (0x7801)\n"
                      "  EDID         edid.bin                              4  board 1\n"
                      "\n"
-                     "Unit gone\\x9b31m: cannot be read: there is no description, a file that ends "
-                     "in .xml, in %1/gone\\x9b31m\n")
+                     "Unit gone\\x9b31m: cannot be read: the name of the unit's folder has a control "
+                     "character\n")
                      .arg(m_package.path()));
         QCOMPARE(run.err, QString());
         QCOMPARE(run.exitCode, 0);
