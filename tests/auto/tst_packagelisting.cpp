@@ -92,6 +92,91 @@ private Q_SLOTS:
         QCOMPARE(files.at(2).commands, QStringList(QString()));
     }
 
+    void numbersAsTheLibraryReadsThem_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::addColumn<int>("boardId");
+
+        QTest::newRow("decimal") << QByteArray("12") << 12;
+        QTest::newRow("not octal") << QByteArray("012") << 12;
+        QTest::newRow("hexadecimal") << QByteArray("0xFf") << 255;
+        QTest::newRow("negative") << QByteArray("-2") << -2;
+        QTest::newRow("upper half of 32 bits") << QByteArray("4294967295") << -1;
+    }
+    void numbersAsTheLibraryReadsThem()
+    {
+        QFETCH(QByteArray, text);
+        QFETCH(int, boardId);
+        QVERIFY(m_package->index({ "u" }));
+        QVERIFY(m_package->unit("u", "ModuleID='1'", "<FileInfo ExtendNum='" + text + "'/>"));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path(), errorText));
+        QCOMPARE(listing.units().at(0).problem, QString());
+        QCOMPARE(listing.units().at(0).files.at(0).boardId, boardId);
+    }
+
+    // As the library does: what is below an element that it does not know is not there.
+    void unknownElementsArePassedOver()
+    {
+        QVERIFY(m_package->index({ "u" }));
+        QVERIFY(m_package->unit("u", "ModuleID='1'",
+                                "<Other><FileInfo FileName='a'/></Other><FileInfo FileName='b'>"
+                                "<Other><CommandConfig CmdName='x'/></Other>"
+                                "<CommandConfig CmdName='y'/></FileInfo>"));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path(), errorText));
+        const auto &files = listing.units().at(0).files;
+        QCOMPARE(files.size(), 1);
+        QCOMPARE(files.at(0).fileName, QStringLiteral("b"));
+        QCOMPARE(files.at(0).commands, QStringList("y"));
+    }
+
+    void pathsInTheirOrder()
+    {
+        QVERIFY(m_package->index({}));
+        QVERIFY(m_package->paths({ { "u/b", "/2" }, { "u/a", "/1" }, { "u/b", "/3" } }));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path(), errorText));
+        QVERIFY(listing.faults().isEmpty());
+        QCOMPARE(listing.paths().size(), 3);
+        QCOMPARE(listing.paths().at(0).source, QStringLiteral("u/b"));
+        QCOMPARE(listing.paths().at(0).target, QStringLiteral("/2"));
+        QCOMPARE(listing.paths().at(0).line, 2);
+        QCOMPARE(listing.paths().at(2).target, QStringLiteral("/3"));
+    }
+
+    void unitsThatAreNotRead_data()
+    {
+        QTest::addColumn<QString>("folder");
+        QTest::addColumn<QString>("problem");
+
+        QTest::newRow("outside of the package")
+            << "../u"
+            << "the name of the unit's folder leads upwards with "
+               "\"..\"";
+        QTest::newRow("named before") << "u"
+                                      << "the index names the folder u more than once";
+    }
+    void unitsThatAreNotRead()
+    {
+        QFETCH(QString, folder);
+        QFETCH(QString, problem);
+        QVERIFY(m_package->file("p/u/unit.xml", "<DataPackage ModuleID='1'/>"));
+        QVERIFY(m_package->file("u/unit.xml", "<DataPackage ModuleID='2'/>"));
+        QVERIFY(
+            m_package->file("p/PackageCfg.xml",
+                            "<r><string>u</string><string>" + folder.toUtf8() + "</string></r>"));
+        PackageListing listing;
+        QString errorText;
+        QVERIFY(listing.read(m_package->path("p"), errorText));
+        QCOMPARE(listing.units().at(0).modelId, 1);
+        QCOMPARE(listing.units().at(1).problem, problem);
+        QCOMPARE(listing.units().at(1).modelId, 0);
+    }
+
     void unreadableIndex_data()
     {
         QTest::addColumn<QByteArray>("index");
@@ -137,7 +222,8 @@ private Q_SLOTS:
         QVERIFY(
             m_package->file("PackageCfg.xml",
                             "<r><string>gone</string><string>bad</string><string>ok</string></r>"));
-        QVERIFY(m_package->file("bad/unit.xml", "<DataPackage ModuleID='7701'><FileInfo"));
+        QVERIFY(
+            m_package->file("bad/unit.xml", "<DataPackage ModuleID='7701'><FileInfo/><FileInfo"));
         QVERIFY(m_package->file("ok/unit.xml", "<DataPackage ModuleID='7702'/>"));
         PackageListing listing;
         QString errorText;
@@ -148,6 +234,8 @@ private Q_SLOTS:
                      + m_package->path("gone"));
         QCOMPARE(listing.units().at(1).problem,
                  m_package->path("bad/unit.xml") + ":1: Premature end of document.");
+        QCOMPARE(listing.units().at(1).modelId, 0);
+        QVERIFY(listing.units().at(1).files.isEmpty());
         QCOMPARE(listing.units().at(2).problem, QString());
         QCOMPARE(listing.units().at(2).modelId, 0x7702);
     }

@@ -213,8 +213,14 @@ void readUnitDescription(const QString &package, const QString &file, ListedUnit
         });
     if (broken)
         unit.faults.append(*broken);
-    if (const auto &loss = broken ? broken : reader.loss())
-        unit.problem = faultLine(package, *loss);
+    const auto &loss = broken ? broken : reader.loss();
+    if (!loss)
+        return;
+    unit.problem = faultLine(package, *loss);
+    unit.modelId = 0;
+    unit.stepType = 0;
+    unit.version.clear();
+    unit.files.clear();
 }
 
 } // namespace Velmar::Host

@@ -12,7 +12,7 @@ namespace Velmar::Host {
     and path are set.
 
     What breaks a rule is added to the unit's faults. A fault for which the upgrade library takes
-    nothing of the file sets the unit's problem; what was read of it stays, to be told as left out.
+    nothing of the file sets the unit's problem, and leaves the unit without contents.
 */
 void readUnitDescription(const QString &package, const QString &file, ListedUnit &unit);
 
