@@ -79,11 +79,6 @@ bool GuardedLink::Shown::isEnd() const
     return result == Installed || result == InstallationFailed;
 }
 
-bool GuardedLink::Shown::operator==(const Shown &other) const
-{
-    return result == other.result && run == other.run;
-}
-
 GuardedLink::GuardedLink(std::shared_ptr<BizModel::DeviceLink> link, Hooks hooks)
     : m_link(std::move(link))
     , m_hooks(std::move(hooks))
@@ -202,7 +197,6 @@ LinkAnswer GuardedLink::announce(const LinkRequest &request)
 
 LinkAnswer GuardedLink::order(const LinkRequest &request)
 {
-    const auto before = readShown(pass({ Progress, {}, QuestionTimeoutMs }));
     bool wasOrdered = false;
     LinkTraffic traffic;
     {
@@ -213,9 +207,8 @@ LinkAnswer GuardedLink::order(const LinkRequest &request)
         m_traffic.result = LinkTraffic::NoResult;
         m_traffic.isEndTold = false;
         m_traffic.isIdle = false;
-        m_shownBefore = before;
         m_run.reset();
-        m_isNewShown = false;
+        m_isBeginningShown = false;
         m_isRunningShown = false;
         traffic = m_traffic;
     }
@@ -378,7 +371,7 @@ void GuardedLink::noteShown(const Shown &shown, int connection)
     if (m_traffic.isEndTold)
         m_endConnection = connection;
     else if (!shown.isEnd())
-        m_isNewShown = true;
+        m_isBeginningShown = true;
     m_isRunningShown = m_isRunningShown || shown.result == Running;
     m_traffic.isIdle =
         shown.result == NothingInstalled && (m_isRunningShown || !m_traffic.isOrdered);
@@ -390,7 +383,7 @@ bool GuardedLink::isOld(const Shown &shown) const
         return false;
     if (shown.run && m_run)
         return *shown.run < *m_run;
-    return !m_isNewShown && (!m_shownBefore || *m_shownBefore == shown);
+    return !m_isBeginningShown;
 }
 
 void GuardedLink::tellOrdering(const LinkTraffic &traffic) const

@@ -44,9 +44,10 @@ struct LinkTraffic {
     or 3) of the installation; otherwise it is refused here. Such a word holds for the connection on
     which it was given: behind a new one, the device is asked again first.
 
-    An end that the device showed before the order is no end of what was ordered. A device that
-    numbers its installations tells them apart by itself; for one that does not, the old end is
-    turned into "still running" for a minute, and never counts as an end.
+    The end of an older installation is none of what was ordered. A device that numbers its
+    installations tells them apart by itself. One that does not shows the old end until it has begun,
+    and so an end counts only once it has told something else; until then it is turned into "still
+    running", for a minute.
 
     Any thread may call anything.
 */
@@ -98,7 +99,6 @@ private:
         std::optional<qint64> run; //!< its number, of a device that numbers them
 
         bool isEnd() const;
-        bool operator==(const Shown &other) const;
     };
 
     static std::optional<Shown> readShown(const BizModel::LinkAnswer &answer);
@@ -123,11 +123,10 @@ private:
     QString m_announcementFault;
     std::chrono::milliseconds m_oldEndLimit { std::chrono::minutes(1) };
     QDeadlineTimer m_oldEnd; // how long an old end is turned into "still running"
-    std::optional<Shown> m_shownBefore; // the order; nothing if the device did not tell
     std::optional<qint64> m_run; // the number that the device gave to what was ordered
     int m_connection = 0; // counts tries to connect, each of which may have made a new one
     int m_endConnection = 0; // the one on which the end was told
-    bool m_isNewShown = false; // something else than before the order was shown since
+    bool m_isBeginningShown = false; // something else than an end was told since the order
     bool m_isRunningShown = false;
     bool m_isStopped = false;
 };

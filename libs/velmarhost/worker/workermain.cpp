@@ -15,6 +15,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include <fcntl.h>
@@ -27,21 +28,32 @@ namespace {
 
 WorkerVoice *logVoice = nullptr; // set once, before there is another thread that logs
 
+[[noreturn]] void endWithoutMemory()
+{
+    _exit(static_cast<int>(WorkerExit::OutOfMemory));
+}
+
 void tellLog(QtMsgType level, const QMessageLogContext & /*context*/, const QString &text)
 {
     logVoice->tell(LogTell { level, text });
+    // Qt says no more than this, and whoever waits for that thread would wait for ever.
+    if (text.startsWith(QLatin1String("QThread::start: Thread creation error")))
+        endWithoutMemory();
     if (level == QtFatalMsg)
         logVoice->flush(std::chrono::seconds(2)); // Qt ends the process next
 }
 
-// An exception that nobody has caught. The only one that good code meets is that memory is short.
+// An exception that nobody has caught: memory is short, also where there is no room for a thread.
 [[noreturn]] void endAtException()
 {
     try {
         if (const auto exception = std::current_exception())
             std::rethrow_exception(exception);
     } catch (const std::bad_alloc &) {
-        _exit(static_cast<int>(WorkerExit::OutOfMemory));
+        endWithoutMemory();
+    } catch (const std::system_error &error) {
+        if (error.code() == std::errc::resource_unavailable_try_again)
+            endWithoutMemory();
     } catch (...) {
         std::abort();
     }

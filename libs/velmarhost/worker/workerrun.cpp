@@ -2,8 +2,10 @@
 
 #include "device/devicesession.h"
 #include "device/modelnames.h"
+#include "device/servicegeneration.h"
 #include "package/imagecheck.h"
 #include "package/offer.h"
+#include "package/olderservicechoice.h"
 #include "package/packageparse.h"
 #include "package/planner.h"
 #include "package/registerchoice.h"
@@ -16,7 +18,6 @@
 #include "upgradeclientproxy.h"
 
 #include <tzcryptrc2/cryptkey.h>
-#include <velmarbizmodel/catalogue.h>
 #include <velmarbizmodel/device.h>
 #include <velmarbizmodel/deviceconfigmanager.h>
 #include <velmarmodelcontrol/auxiliary.h>
@@ -112,6 +113,7 @@ void WorkerRun::useSettings()
         if (!catalogue)
             refuse(VerdictCode::Internal, errorText);
         catalogue->install();
+        m_catalogue = *catalogue;
     }
     if (!m_order.keyFilePath.isEmpty()) {
         TZ::CryptKey key;
@@ -186,17 +188,9 @@ void WorkerRun::parse(std::optional<quint16> modelId)
 
 void WorkerRun::makePlanFor(BizModel::Device &device)
 {
-    const auto offered = offeredParts(m_parse->units(), device);
-    QString errorText;
-    const bool isChosen = m_order.road == Road::Registers
-        ? chooseForRegisters(offered, m_listing, device.modelId(), m_selection, errorText)
-        : m_selection.choose(offered, m_order.wish, errorText);
-    if (!isChosen) {
-        const bool hasWish = !m_order.wish.sections.isEmpty() || !m_order.wish.cards.isEmpty();
-        refuse(hasWish && !offered.empty() ? VerdictCode::NotPlanned : VerdictCode::NothingFits,
-               errorText);
-    }
+    choose(device);
     ProtoModel::Auxiliary::s_DeviceVersion versions;
+    QString errorText;
     if (m_session) {
         bool isRead = false;
         awaitOnThread([&] {
@@ -207,16 +201,57 @@ void WorkerRun::makePlanFor(BizModel::Device &device)
             refuse(VerdictCode::Unreachable,
                    QStringLiteral("The device does not tell its versions: %1").arg(errorText));
     }
-    // The plan for a model has its number in place of an address.
-    const auto address =
-        m_session ? m_order.device : DeviceAddress { modelNumber(device.modelId()), 1 };
+    const ModelNames names(m_catalogue);
+    const QString serial = m_session ? m_session->serial() : QString();
+    const QString name = m_session ? m_session->name() : QString();
+    const PlanOrder order { m_order.road,
+                            m_order.wish,
+                            m_selection,
+                            m_parse->units(),
+                            m_parse->dataFilePaths(),
+                            m_listing,
+                            m_order.packagePath,
+                            device,
+                            versions,
+                            m_order.device,
+                            serial,
+                            name,
+                            m_order.upload,
+                            m_isOlderService,
+                            &names };
     VerdictCode code = VerdictCode::Internal;
-    if (!makePlan({ m_order.road, m_order.wish, m_selection, m_parse->units(),
-                    m_parse->dataFilePaths(), m_listing, m_order.packagePath, device, versions,
-                    address, m_session ? m_session->serial() : QString(),
-                    m_session ? m_session->name() : QString(), m_order.upload },
-                  m_plan, code, errorText))
+    if (!makePlan(order, m_plan, code, errorText))
         refuse(code, errorText);
+}
+
+void WorkerRun::choose(BizModel::Device &device)
+{
+    if (m_order.road == Road::Http && m_order.upload.isCompatible && m_session)
+        askForService(device);
+    const auto offered = offeredParts(m_parse->units(), device);
+    QString errorText;
+    bool isChosen = false;
+    if (m_order.road == Road::Registers)
+        isChosen = chooseForRegisters(offered, m_listing, device.modelId(), m_selection, errorText);
+    else if (m_isOlderService)
+        isChosen = chooseForOlderService(offered, m_order.wish, m_selection, errorText);
+    else
+        isChosen = m_selection.choose(offered, m_order.wish, errorText);
+    if (isChosen)
+        return;
+    const bool hasWish = !m_order.wish.sections.isEmpty() || !m_order.wish.cards.isEmpty();
+    refuse(hasWish && !offered.empty() ? VerdictCode::NotPlanned : VerdictCode::NothingFits,
+           errorText);
+}
+
+void WorkerRun::askForService(BizModel::Device &device)
+{
+    auto service = ServiceGeneration::Newer;
+    awaitOnThread([&] { service = askServiceGeneration(m_link, device.deviceConfig()); });
+    if (service == ServiceGeneration::None)
+        refuse(VerdictCode::NothingFits,
+               QStringLiteral("By its version, the device takes no upgrades over HTTP"));
+    m_isOlderService = service == ServiceGeneration::Older;
 }
 
 void WorkerRun::tellPlan()
@@ -330,6 +365,7 @@ void WorkerRun::watch()
 void WorkerRun::follow(DeviceRun &run)
 {
     m_step = Step::Running;
+    m_runTime.start();
     connect(&run, &DeviceRun::signalStageChanged, this, &WorkerRun::slotStage);
     connect(&run, &DeviceRun::signalStatusText, this,
             [this](const QString &text) { m_voice.tell(StatusTell { text }); });
@@ -464,9 +500,6 @@ QString WorkerRun::imageFault() const
 
 void WorkerRun::slotStage(DeviceRun::Stage stage)
 {
-    if (stage == DeviceRun::Stage::Ended)
-        return;
-    m_stage = stage;
     if (stage == DeviceRun::Stage::Sending)
         tellPhase(Phase::Sending);
     else if (stage == DeviceRun::Stage::Installing)
@@ -476,11 +509,24 @@ void WorkerRun::slotStage(DeviceRun::Stage stage)
 void WorkerRun::slotEnded(DeviceRun::Outcome outcome, const QString &text)
 {
     if (outcome == DeviceRun::Outcome::TimedOut)
-        refuse(VerdictCode::TimeLimit, QStringLiteral("The upgrade took longer than it may take"));
+        refuseForTime();
     const auto fault = m_link->announcementFault();
     if (!fault.isEmpty())
         refuse(VerdictCode::PlanMismatch, fault);
+    const auto *httpRun = qobject_cast<HttpRun *>(m_run.get());
+    if (httpRun != nullptr && httpRun->fault())
+        refuse(*httpRun->fault(), text);
     end(outcome == DeviceRun::Outcome::Succeeded, text);
+}
+
+void WorkerRun::refuseForTime()
+{
+    if (m_runTime.hasExpired(m_order.timeLimit.count()))
+        refuse(VerdictCode::TimeLimit, QStringLiteral("The upgrade took longer than it may take"));
+    refuse(
+        m_upload.isOrdered ? VerdictCode::DeviceLost : VerdictCode::SilentDevice,
+        QStringLiteral("Nothing was heard of the device's HTTP service for %1 s")
+            .arg(std::chrono::duration_cast<std::chrono::seconds>(m_order.silenceLimit).count()));
 }
 
 void WorkerRun::refuse(VerdictCode code, const QString &text)

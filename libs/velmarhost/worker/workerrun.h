@@ -10,6 +10,8 @@
 #include "worker/workermessage.h"
 #include "worker/workerorder.h"
 
+#include <velmarbizmodel/catalogue.h>
+
 #include <QElapsedTimer>
 #include <QObject>
 #include <QTimer>
@@ -65,7 +67,8 @@ private:
     void planForModel();
     void openSession();
     void parse(std::optional<quint16> modelId);
-    void choose();
+    void choose(BizModel::Device &device);
+    void askForService(BizModel::Device &device);
     void makePlanFor(BizModel::Device &device);
     void tellPlan();
     void go();
@@ -85,6 +88,7 @@ private:
     void tellSending(int percent);
     void slotStage(DeviceRun::Stage stage);
     void slotEnded(DeviceRun::Outcome outcome, const QString &text);
+    [[noreturn]] void refuseForTime();
     [[noreturn]] void refuse(VerdictCode code, const QString &text);
     [[noreturn]] void end(bool result, const QString &text);
     [[noreturn]] void leave(const WorkerMessage &last);
@@ -93,15 +97,17 @@ private:
     WorkerVoice &m_voice;
     Step m_step = Step::Planning;
 
+    BizModel::Catalogue m_catalogue = BizModel::Catalogue::builtin(); // the one in use
     std::shared_ptr<GuardedLink> m_link; // from openSession() on
     std::unique_ptr<DeviceSession> m_session;
     std::unique_ptr<PackageParse> m_parse;
     PackageListing m_listing;
     Selection m_selection;
+    bool m_isOlderService = false; // of the HTTP road
     Plan m_plan; // not changed from go() on, as the library's thread reads it then
     std::unique_ptr<ImageBuild> m_image;
     std::unique_ptr<DeviceRun> m_run;
-    DeviceRun::Stage m_stage = DeviceRun::Stage::Idle; // the last one before the end
+    QElapsedTimer m_runTime;
 
     LinkTraffic m_upload; // what the HTTP road adds to the traffic of the link
     int m_uploadPercent = -1; // as told last
