@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 
 #include <algorithm>
+#include <clocale>
 #include <iterator>
 
 using namespace Velmar::Host;
@@ -26,15 +27,20 @@ constexpr Handler Handlers[] = {
 
 int main(int argc, char **argv)
 {
+    // Help, the version and errors of the command line are told before Qt is started.
+    std::setlocale(LC_ALL, ""); // as Qt would: words are in the user's encoding
+    QStringList words;
+    for (int i = 1; i < argc; ++i)
+        words.append(QString::fromLocal8Bit(argv[i]));
+    auto code = HostExitCode::Ok;
+    const auto options = readCommandLine(words, code);
+    if (!options)
+        return static_cast<int>(code);
     const QCoreApplication application(argc, argv);
     // Not for people, and so in no help: each upgrade runs in a process that the program starts
     // of itself.
-    if (QCoreApplication::arguments().mid(1) == QStringList(QStringLiteral("worker")))
+    if (options->verb()->isHidden)
         workerMain();
-    auto code = HostExitCode::Ok;
-    const auto options = readCommandLine(QCoreApplication::arguments().mid(1), code);
-    if (!options)
-        return static_cast<int>(code);
     const auto *handler =
         std::find_if(std::begin(Handlers), std::end(Handlers), [&options](const Handler &each) {
             return qstrcmp(options->verb()->name, each.verb) == 0;
