@@ -218,7 +218,6 @@ const std::vector<Scenario> Scenarios {
       "",
       true,
       2 },
-    // For Qt an answer with "Connection: close" is whole wherever it ends.
     { "answer to a poll cut in its body",
       Newer,
       { "--answers", "--connection", "2", "--fault", "close", "--at", "200" },

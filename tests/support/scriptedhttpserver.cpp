@@ -2,6 +2,7 @@
 
 #include <QHostAddress>
 #include <QTcpSocket>
+#include <QTimer>
 
 #include <algorithm>
 
@@ -57,6 +58,12 @@ ScriptedHttpServer::Reaction ScriptedHttpServer::closeWithoutAnswer()
 ScriptedHttpServer::Reaction ScriptedHttpServer::silence()
 {
     return { Reaction::Kind::Silence, {} };
+}
+
+ScriptedHttpServer::Reaction ScriptedHttpServer::endless(const QByteArray &bytes,
+                                                         const QByteArray &more, int paceMs)
+{
+    return { Reaction::Kind::Endless, bytes, more, paceMs };
 }
 
 ScriptedHttpServer::~ScriptedHttpServer()
@@ -179,7 +186,23 @@ void ScriptedHttpServer::react(QTcpSocket *socket, const Reaction &reaction)
     case Reaction::Kind::Silence:
         m_silent.enqueue(socket);
         break;
+    case Reaction::Kind::Endless:
+        socket->write(reaction.bytes);
+        sendOn(socket, reaction.more, reaction.paceMs);
+        break;
     }
+}
+
+void ScriptedHttpServer::sendOn(QTcpSocket *socket, const QByteArray &more, int paceMs)
+{
+    constexpr qint64 MostOnItsWay = 1048576;
+
+    auto *timer = new QTimer(socket);
+    connect(timer, &QTimer::timeout, socket, [socket, more] {
+        if (socket->bytesToWrite() < MostOnItsWay)
+            socket->write(more);
+    });
+    timer->start(paceMs);
 }
 
 ScriptedHttpServer::Reaction ScriptedHttpServer::reactionFor(const QByteArray &path)

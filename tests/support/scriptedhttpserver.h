@@ -31,9 +31,12 @@ public:
             AnswerAndClose, //!< sends the bytes, and closes
             Reset, //!< ends the connection with a reset, without an answer
             Silence, //!< neither answers nor closes
+            Endless, //!< sends the bytes, and then more for as long as the connection lasts
         };
         Kind kind = Kind::Answer;
         QByteArray bytes;
+        QByteArray more {}; //!< for Kind::Endless, over and over
+        int paceMs = 0; //!< between two of them; 0: as fast as they are taken
     };
 
     /*! An answer with its length told. */
@@ -45,6 +48,7 @@ public:
     static Reaction reset();
     static Reaction closeWithoutAnswer();
     static Reaction silence();
+    static Reaction endless(const QByteArray &bytes, const QByteArray &more, int paceMs = 0);
 
     ~ScriptedHttpServer() override;
 
@@ -72,6 +76,7 @@ private:
     void accept();
     void read(QTcpSocket *socket);
     void react(QTcpSocket *socket, const Reaction &reaction);
+    static void sendOn(QTcpSocket *socket, const QByteArray &more, int paceMs);
     Reaction reactionFor(const QByteArray &path);
 
     QTcpServer m_server;

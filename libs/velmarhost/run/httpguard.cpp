@@ -13,6 +13,7 @@
 #include <QTextCodec>
 #include <QTimer>
 
+#include <algorithm>
 #include <utility>
 
 namespace Velmar::Host {
@@ -38,6 +39,28 @@ private:
     const QPointer<QObject> m_reply; // under construction when the event is made
 };
 
+/*!
+    No proxy, and yet a buffered connection.
+
+    A connection that Qt knows to have no proxy has no buffer of its own either: all that has arrived
+    is read and inflated in one go, a thousand times as much as there may be in the system's buffers.
+    With a proxy that is still to be looked up, these are 64 KiB at a time.
+*/
+class DirectConnections : public QNetworkProxyFactory
+{
+public:
+    QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery &query) override
+    {
+        // As the connection will look it up.
+        const auto found = proxyForQuery({ query.peerHostName(), query.peerPort() });
+        const bool isDirect =
+            std::all_of(found.begin(), found.end(), [](const QNetworkProxy &proxy) {
+                return proxy.type() == QNetworkProxy::NoProxy;
+            });
+        return { QNetworkProxy(isDirect ? QNetworkProxy::DefaultProxy : QNetworkProxy::NoProxy) };
+    }
+};
+
 QString seconds(std::chrono::milliseconds time)
 {
     return QString::number(double(time.count()) / 1000);
@@ -48,6 +71,21 @@ QString statusText(const QNetworkReply &reply, int status)
     const QString reason =
         reply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString().simplified();
     return printable(QStringLiteral("%1 %2").arg(status).arg(reason).trimmed(), 80);
+}
+
+bool isProtocolFault(QNetworkReply::NetworkError error)
+{
+    return error == QNetworkReply::ProtocolUnknownError
+        || error == QNetworkReply::ProtocolInvalidOperationError
+        || error == QNetworkReply::ProtocolFailure;
+}
+
+/*! Bytes of a body of which that is known, else 0. */
+qint64 plainLength(const QNetworkReply &reply)
+{
+    if (reply.hasRawHeader("Content-Encoding"))
+        return 0;
+    return reply.header(QNetworkRequest::ContentLengthHeader).toLongLong();
 }
 
 bool isUtf8(const QByteArray &bytes)
@@ -74,7 +112,7 @@ HttpGuard::HttpGuard(ProgressForm form, qint64 uploadSize, const HttpLimits &lim
     for (QNetworkAccessManager *manager : managers) {
         disconnect(manager, &QNetworkAccessManager::finished, m_client, nullptr);
         // A proxy for the web knows no devices.
-        manager->setProxy(QNetworkProxy::NoProxy);
+        manager->setProxyFactory(new DirectConnections); // the manager's from now on
         manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
         manager->installEventFilter(this);
         m_managers.emplace_back(manager);
@@ -141,8 +179,8 @@ void HttpGuard::adopt(QNetworkReply *reply)
 {
     const bool isUpload = reply->operation() == QNetworkAccessManager::PostOperation;
     const Request request = isUpload ? Request::Upload : Request::Poll;
-    // Qt reads no further ahead than this, and inflates no more than what it has read.
-    reply->setReadBufferSize(m_limits.bodySize + 1);
+    // Qt reads on no sooner than this much has been taken, which nobody does before the end.
+    reply->setReadBufferSize(2 * m_limits.bodySize);
     // The library would tell an upload's end by this one.
     disconnect(reply, SIGNAL(error(QNetworkReply::NetworkError)), m_client, nullptr);
     connect(reply, &QNetworkReply::uploadProgress, this, [this](qint64 sent, qint64 total) {
@@ -207,11 +245,22 @@ void HttpGuard::judge(QNetworkReply *reply, Request request)
 {
     if (m_isOver || !checkStatus(*reply, request) || !checkSize(*reply))
         return;
+    if (isProtocolFault(reply->error())) {
+        tellFault(VerdictCode::BadAnswer,
+                  QStringLiteral("The device answers with what is no HTTP: %1")
+                      .arg(printable(reply->errorString())));
+        return;
+    }
     if (reply->error() != QNetworkReply::NoError) {
-        tellNetworkError(request, *reply);
+        tellNetworkError(request, printable(reply->errorString()));
         return;
     }
     const QByteArray body = reply->readAll();
+    // With "Connection: close" the end of a connection is for Qt that of the answer, too.
+    if (body.size() < plainLength(*reply)) {
+        tellNetworkError(request, QStringLiteral("Connection closed"));
+        return;
+    }
     drop(reply);
     if (request == Request::Upload)
         judgeUpload(body);
@@ -254,9 +303,8 @@ void HttpGuard::judgePoll(const QByteArray &body)
                                  "other generation"));
 }
 
-void HttpGuard::tellNetworkError(Request request, const QNetworkReply &reply)
+void HttpGuard::tellNetworkError(Request request, const QString &cause)
 {
-    const QString cause = printable(reply.errorString());
     if (request == Request::Poll)
         tellFault(
             VerdictCode::DeviceLost,

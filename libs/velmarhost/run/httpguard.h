@@ -38,9 +38,9 @@ struct HttpLimits {
 
     Polls follow each other here: the next one goes out a second behind the answer to the last.
 
-    For the thread of the client, which runs an event loop. One object at a time; while there is one,
-    the client has neither proxy nor redirections, and when it goes, what is under way is ended and
-    the library has its answers to itself again.
+    For the thread of the client, which runs an event loop. One object at a time. From the first one on
+    the client uses no proxy and follows no redirections. When an object goes, what is under way is
+    ended and the library has its answers to itself again.
 */
 class HttpGuard : public QObject
 {
@@ -80,7 +80,7 @@ private:
     void judge(QNetworkReply *reply, Request request);
     void judgeUpload(const QByteArray &body);
     void judgePoll(const QByteArray &body);
-    void tellNetworkError(Request request, const QNetworkReply &reply);
+    void tellNetworkError(Request request, const QString &cause);
     void tellOverdue(Request request);
     void tellFault(VerdictCode code, const QString &text);
 
