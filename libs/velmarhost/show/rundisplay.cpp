@@ -19,11 +19,11 @@ constexpr int NarrowestBar = 10; // columns
 constexpr int WidestBar = 40;
 constexpr int LongestName = 24; // of a part
 constexpr milliseconds NoNews = seconds(5); // from then on it is worth a word
-constexpr QLatin1String PartIndent("      ");
-constexpr QLatin1String Green("\x1b[32m");
-constexpr QLatin1String Yellow("\x1b[33m");
-constexpr QLatin1String Red("\x1b[31m");
-constexpr QLatin1String Plain("\x1b[0m");
+constexpr QLatin1String PartIndent("      ", 6);
+constexpr QLatin1String Green("\x1b[32m", 5);
+constexpr QLatin1String Yellow("\x1b[33m", 5);
+constexpr QLatin1String Red("\x1b[31m", 5);
+constexpr QLatin1String Plain("\x1b[0m", 4);
 
 int shownPercent(int percent)
 {
@@ -224,8 +224,9 @@ void RunDisplay::finish()
     if (!m_options.style.redraws || m_options.isQuiet)
         return;
     const int columns = m_options.style.columns() - 1;
-    const QString line = withoutEmpty({ head() + QStringLiteral(": done"), bytesText(m_now),
-                                        clockText(m_options.clock() - m_begin) });
+    const QString bytes = m_now.bytesSent < 0 ? QString() : amountText(m_now.bytesSent);
+    const QString line = withoutEmpty(
+        { head() + QStringLiteral(": done"), bytes, clockText(m_options.clock() - m_begin) });
     m_block.show(QStringList(cutToColumns(line, columns)) + partLines(int(m_now.parts.size())));
     m_block.close();
 }
@@ -323,32 +324,37 @@ QStringList RunDisplay::partLines(int maximum) const
     for (const auto &part : parts)
         nameColumns = qMax(nameColumns, columnsOf(partName(part)));
 
-    // Where not all fit, those at work matter most; the order stays.
-    const bool isWhole = int(parts.size()) <= maximum;
     const auto isReady = [](const PartProgress &part) {
         return part.percent >= 100;
     };
+    // Where not all fit, those at work matter most; the order stays.
+    const bool isWhole = int(parts.size()) <= maximum;
     int room = isWhole ? maximum : maximum - 1;
+    const int unready = int(parts.size()) - int(std::count_if(parts.begin(), parts.end(), isReady));
+    int roomForReady = qMax(0, room - unready);
     QStringList lines;
     int leftOut = 0;
     int leftOutReady = 0;
     for (const auto &part : parts) {
-        if (room == 0 || (!isWhole && isReady(part))) {
+        int &roomForThis = isReady(part) ? roomForReady : room;
+        if (roomForThis == 0) {
             ++leftOut;
             leftOutReady += isReady(part) ? 1 : 0;
             continue;
         }
-        --room;
+        --roomForThis;
         lines.append(PartIndent
                      + QStringLiteral("%1 %2%  %3")
                            .arg(filledToColumns(partName(part), nameColumns),
                                 QString::number(qBound(0, part.percent, 100)).rightJustified(3),
                                 partState(part)));
     }
-    if (leftOut > 0)
-        lines.append(
-            PartIndent
-            + QStringLiteral("and %1 more, %2 of them at 100%").arg(leftOut).arg(leftOutReady));
+    if (leftOut > 0) {
+        const QString ready =
+            leftOutReady == 0 ? QString() : QStringLiteral("%1 of them at 100%").arg(leftOutReady);
+        lines.append(PartIndent
+                     + withoutEmpty({ QStringLiteral("and %1 more").arg(leftOut), ready }));
+    }
     const int columns = m_options.style.columns() - 1;
     for (auto &line : lines)
         line = cutToColumns(line, columns);
