@@ -174,11 +174,16 @@ void Conductor::makeRecord()
     QString errorText;
     m_record = RunRecord::begin(m_runId, {}, errorText);
     if (!m_record) {
-        printError(QStringLiteral("velmar-upgrade: warning: %1\n").arg(errorText));
+        printWarning(errorText);
         return;
     }
     m_record->hide(QStringLiteral("package"), m_wish.packagePath);
-    m_record->setFaultHandler([this](const QString &sentence) { m_display.message(sentence); });
+    connect(&m_upgrade, &Upgrade::signalCopied, this,
+            [this](const QString &path) { m_record->hide(QStringLiteral("copy"), path); });
+    m_record->setFaultHandler([this](const QString &sentence) {
+        m_display.close();
+        printWarning(sentence);
+    });
     m_events.add(*m_record);
 }
 

@@ -61,6 +61,11 @@ void printError(const QString &text)
     write(stderr, text);
 }
 
+void printWarning(const QString &sentence)
+{
+    write(stderr, QStringLiteral("warning: %1\n").arg(printable(sentence)));
+}
+
 void complainAsJson()
 {
     isJsonAsked = true;

@@ -17,6 +17,9 @@ void printLine(const QString &text = QString());
 /*! Writes \a text to standard error as it is, at once. */
 void printError(const QString &text);
 
+/*! Writes \a sentence to standard error as a warning. */
+void printWarning(const QString &sentence);
+
 /*! Has complain() tell the end of the program on standard output, too, as the one line of a run that
     never began: what a program that asked for JSON waits for. */
 void complainAsJson();

@@ -205,8 +205,10 @@ void Upgrade::slotReady()
 {
     if (m_state != State::Preparing)
         return;
-    if (const auto *copy = m_preparation->copy())
+    if (const auto *copy = m_preparation->copy()) {
         m_deadlines->setSize(copy->manifest().totalSize());
+        Q_EMIT signalCopied(copy->path());
+    }
     if (m_wish.goal == Goal::Watch) {
         m_state = State::Working;
         startWorker(WorkerMode::Watch);
@@ -330,14 +332,19 @@ void Upgrade::slotStopAnswered(bool isTaken)
 
 void Upgrade::slotWorkerEnded(bool result, const QString &text)
 {
+    if (isBehindEnd(text))
+        return;
     m_sentBytes += m_worker->traffic().sentBytes;
+    // The library's last text speaks of a restart that the host may have kept from the device.
+    tellLog(QtInfoMsg, text);
     if (!result) {
-        judgeFailure(m_phase && *m_phase >= Phase::Sending ? VerdictCode::SendFailed
-                                                           : VerdictCode::PrepareFailed,
-                     text);
+        if (m_phase && *m_phase >= Phase::Sending)
+            judgeFailure(VerdictCode::SendFailed, QStringLiteral("The firmware could not be sent"));
+        else
+            judgeFailure(VerdictCode::PrepareFailed,
+                         QStringLiteral("The firmware could not be prepared"));
         return;
     }
-    tellMessage(text);
     m_isOrdered = true;
     if (m_wish.goal == Goal::Upgrade && m_sentBytes == 0)
         end(verdict(VerdictCode::NothingSent,
@@ -348,16 +355,24 @@ void Upgrade::slotWorkerEnded(bool result, const QString &text)
 
 void Upgrade::slotWorkerRefused(VerdictCode code, const QString &text)
 {
+    if (isBehindEnd(text))
+        return;
     m_sentBytes += m_worker->traffic().sentBytes;
+    const bool hasWatchedNothing =
+        code == VerdictCode::NothingToDo || code == VerdictCode::InstallFailed;
     // Behind an order, nothing to watch means that the device has restarted.
-    if (code == VerdictCode::NothingToDo && m_isOrdered)
+    if (hasWatchedNothing && m_isOrdered)
         confirm();
+    else if (hasWatchedNothing)
+        end(verdict(code, text));
     else
         judgeFailure(code, text);
 }
 
 void Upgrade::slotWorkerDied(const QString &why)
 {
+    if (isBehindEnd(why))
+        return;
     m_sentBytes += m_worker->traffic().sentBytes;
     judgeFailure(VerdictCode::WorkerDied,
                  QStringLiteral("The upgrade's process has ended: ") + why);
@@ -366,15 +381,17 @@ void Upgrade::slotWorkerDied(const QString &why)
 void Upgrade::judgeFailure(VerdictCode code, const QString &text)
 {
     const auto &traffic = m_worker->traffic();
-    const bool hasKnownEnd = traffic.isEndTold && traffic.result == InstallationFailed;
-    m_isOrdered = m_isOrdered || traffic.isOrdered;
-    if (hasKnownEnd) {
-        m_failure = verdict(VerdictCode::InstallFailed, text);
+    m_isOrdered = m_isOrdered || traffic.isOrdered
+        || (m_wish.goal == Goal::Watch && m_phase == Phase::Installing);
+    if (traffic.isEndTold && traffic.result == InstallationFailed) {
+        m_failure = verdict(VerdictCode::InstallFailed,
+                            QStringLiteral("The device says that its installation has failed"));
         confirm();
-    } else if (m_isOrdered
-               || (m_wish.goal == Goal::Watch && m_phase == Phase::Installing
-                   && code != VerdictCode::NothingToDo && code != VerdictCode::InstallFailed)) {
-        follow(text);
+    } else if (m_isOrdered) {
+        // A word of the library about sending says nothing about what the device does now.
+        if (code != VerdictCode::SendFailed)
+            tellWarning(text);
+        follow();
     } else if (m_isStopping) {
         end(verdict(VerdictCode::Interrupted,
                     QStringLiteral("Interrupted. The device keeps the firmware that it has")));
@@ -383,16 +400,15 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
     }
 }
 
-void Upgrade::follow(const QString &text)
+void Upgrade::follow()
 {
-    tellWarning(text);
-    if (m_wish.road
-        != Road::Native) { // such a device restarts by itself, and its versions tell all
+    tellWarning(QStringLiteral("The device was lost while it may have been installing"));
+    // The other roads' devices restart by themselves, and their versions tell all.
+    if (m_wish.road != Road::Native) {
         confirm();
         return;
     }
     m_state = State::Following;
-    tellMessage(QStringLiteral("The device may be installing: looking for it"));
     m_deadlines->enter(Phase::Confirming); // no worker is there to be silent
     m_following = std::make_unique<Following>(m_wish.device);
     connect(m_following.get(), &Following::signalFound, this, &Upgrade::slotFound);
@@ -454,13 +470,18 @@ void Upgrade::slotConfirmed(const Verdict &verdict)
     end(m_failure ? *m_failure : verdict);
 }
 
+bool Upgrade::isBehindEnd(const QString &text) const
+{
+    if (m_state != State::Ended)
+        return false;
+    qInfo().noquote() << "An end behind the end of the upgrade:" << text;
+    return true;
+}
+
 void Upgrade::end(const Verdict &verdict)
 {
-    if (m_state == State::Ended) {
-        qInfo().noquote() << "An end behind the end:" << verdictWord(verdict.code)
-                          << verdict.sentence;
+    if (isBehindEnd(verdict.sentence))
         return;
-    }
     m_state = State::Ended;
     m_deadlines->stop();
     if (m_preparation)

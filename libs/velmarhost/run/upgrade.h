@@ -71,6 +71,9 @@ public:
     bool isWorkerLeft() const;
 
 Q_SIGNALS:
+    /*! The package lies at \a path, which is private to this upgrade and goes with it. */
+    void signalCopied(const QString &path);
+
     /*! This is what the device would get; agree() or decline() is awaited, but for Goal::Plan. */
     void signalPlanned(const Velmar::Host::Plan &plan);
 
@@ -102,11 +105,14 @@ private:
     void slotWorkerRefused(VerdictCode code, const QString &text);
     void slotWorkerDied(const QString &why);
     void judgeFailure(VerdictCode code, const QString &text);
-    void follow(const QString &text);
+    void follow();
     void slotFound(Following::Found found);
     void confirm();
     void slotConfirmed(const Verdict &verdict);
     void end(const Verdict &verdict);
+
+    /*! True once the upgrade has ended: \a text, of a later end, is logged and counts for nothing. */
+    bool isBehindEnd(const QString &text) const;
 
     void enter(Phase phase);
     void tellProgress(int percent, qint64 sentBytes, qint64 totalBytes,

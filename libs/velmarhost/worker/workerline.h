@@ -10,7 +10,7 @@
 namespace Velmar::Host {
 
 /*! Longest line that a host and its worker send or take, in bytes, with its line feed. */
-constexpr int WorkerLineLimit = 1024 * 1024;
+constexpr int WorkerLineLimit = 64 * 1024 * 1024;
 
 /*! \a object in one line, with its line feed. */
 QByteArray lineOf(const QJsonObject &object);
