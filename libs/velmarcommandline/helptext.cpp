@@ -16,17 +16,23 @@ QString wrapped(const QString &text, int indent)
 {
     const QString margin(indent, QLatin1Char(' '));
     QString lines;
-    QString line = margin;
-    for (const QString &word : text.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
-        const bool isFirst = line.size() == indent;
-        if (!isFirst && line.size() + 1 + word.size() > Width) {
-            lines += line + QLatin1Char('\n');
-            line = margin + word;
+    lines.reserve(2 * text.size() + indent); // grows in one step: help is to be there at once
+    int width = 0; // of the last line
+    for (const QStringRef &word : text.splitRef(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+        if (width > indent && width + 1 + word.size() <= Width) {
+            lines += QLatin1Char(' ');
+            ++width;
         } else {
-            line += isFirst ? word : QLatin1Char(' ') + word;
+            if (width > indent)
+                lines += QLatin1Char('\n');
+            lines += margin;
+            width = indent;
         }
+        lines += word;
+        width += word.size();
     }
-    return lines + line + QLatin1Char('\n');
+    lines += QLatin1Char('\n');
+    return lines;
 }
 
 /*! A list of terms with their texts beside or below them. */
