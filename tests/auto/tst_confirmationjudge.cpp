@@ -201,6 +201,10 @@ private Q_SLOTS:
             << native()
             << Scenes { { 0, has("1.0.0.0", none) }, { 3000, interrupted(has("1.1.0.0", none)) } }
             << "confirmed" << 5000;
+        QTest::newRow("tells no progress, and the new version from the first look on")
+            << native() << Scenes { { 0, has("1.1.0.0", none) } } << "confirmed" << 2000;
+        QTest::newRow("tells the new version without a restart")
+            << native() << Scenes { { 0, has("1.1.0.0", Installed) } } << "confirmed" << 30000;
         QTest::newRow("restarts twice") << native()
                                         << Scenes { { 0, away() },
                                                     { 5000, has("1.0.0.0") },
@@ -258,6 +262,10 @@ private Q_SLOTS:
             << sameVersion() << Scenes { { 0, has("1.1.0.0") } } << "confirmed" << 2000;
         QTest::newRow("same version, never seen away, tells no progress")
             << sameVersion() << Scenes { { 0, has("1.1.0.0", none) } } << "confirmed" << 30000;
+        QTest::newRow("same version, connection ends, tells no progress")
+            << sameVersion()
+            << Scenes { { 0, has("1.1.0.0", none) }, { 3000, interrupted(has("1.1.0.0", none)) } }
+            << "confirmed" << 5000;
         QTest::newRow("same version, did not take the order to restart")
             << notTaken(sameVersion()) << Scenes { { 0, has("1.1.0.0", none) } } << "not-restarted"
             << 30000;
@@ -333,6 +341,12 @@ private Q_SLOTS:
         QTest::newRow("refuses its versions")
             << native() << Scenes { { 0, away() }, { 5000, noVersions() } } << "versions-unreadable"
             << 35000;
+        QTest::newRow("refuses its versions over two connections")
+            << native()
+            << Scenes { { 0, away() },
+                        { 5000, noVersions() },
+                        { 20000, interrupted(noVersions()) } }
+            << "versions-unreadable" << 50000;
         QTest::newRow("refuses its versions for a while")
             << native()
             << Scenes { { 0, away() }, { 5000, noVersions() }, { 20000, has("1.1.0.0") } }

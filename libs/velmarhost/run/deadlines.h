@@ -20,17 +20,23 @@ namespace Velmar::Host {
 /*! How long an upgrade may go on without a sign of life. Where "by size" is said, a second for each
     MiB of the package comes on top. */
 struct DeadlineLimits {
-    std::chrono::milliseconds reading { std::chrono::seconds(
-        60) }; //!< worker silent while it plans,
-    //!< prepares or restarts the device; by size
-    std::chrono::milliseconds sending { std::chrono::seconds(60) }; //!< no byte taken by the device
-    std::chrono::milliseconds storing { std::chrono::seconds(150) }; //!< no answer behind the last
-        //!< byte, while the device checks and stores; by size
-    std::chrono::milliseconds installing { std::chrono::seconds(120) }; //!< no answer
-    std::chrono::milliseconds standstill { std::chrono::minutes(15) }; //!< same progress throughout
-    std::chrono::milliseconds stuck { std::chrono::minutes(
-        5) }; //!< worker silent, also while it may
-    //!< not be given up
+    /*! The worker is silent while it plans, prepares or restarts the device; by size. */
+    std::chrono::milliseconds reading { 60000 };
+
+    /*! The device has taken no byte while there is something to send. */
+    std::chrono::milliseconds sending { 60000 };
+
+    /*! No answer behind the last byte, while the device checks and stores; by size. */
+    std::chrono::milliseconds storing { 150000 };
+
+    /*! No answer while the device installs. */
+    std::chrono::milliseconds installing { 120000 };
+
+    /*! No progress while the device installs, though it answers. */
+    std::chrono::milliseconds standstill { 900000 };
+
+    /*! The worker is silent in a stage in which it may not be given up. */
+    std::chrono::milliseconds stuck { 300000 };
 };
 
 /*!
