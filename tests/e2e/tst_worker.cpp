@@ -358,7 +358,7 @@ private Q_SLOTS:
 
         const Worker again(order);
         QVERIFY(isWaitedFor([&] { return again.hasEnded(); }));
-        QCOMPARE(again.end, QStringLiteral("bad: The device is installing nothing"));
+        QCOMPARE(again.end, QStringLiteral("nothing-to-do: The device is installing nothing"));
     }
 
     void watchAnEnd()
@@ -374,7 +374,8 @@ private Q_SLOTS:
         const Worker watch(order);
         QVERIFY(isWaitedFor([&] { return watch.hasEnded(); }));
         QCOMPARE(watch.end,
-                 QStringLiteral("good: The device has installed everything and is not restarted"));
+                 QStringLiteral("nothing-to-do: The device has installed everything. It is not "
+                                "restarted; add --restart for that"));
         QCOMPARE(device.operations().count("device.shutdown"), 1);
         order.mayRestart = true;
         const Worker restart(order);
@@ -382,6 +383,41 @@ private Q_SLOTS:
         QCOMPARE(restart.end,
                  QStringLiteral("good: Upgrade successful,please restart the device manually."));
         QCOMPARE(device.operations().count("device.shutdown"), 2);
+    }
+
+    void limits_data()
+    {
+        QTest::addColumn<bool>("isHttp");
+        QTest::addColumn<QStringList>("device");
+        QTest::addColumn<QString>("end");
+        const auto tooLong = QStringLiteral("The upgrade took longer than it may take");
+        QTest::newRow("sending for too long")
+            << false << QStringList { "--fault", "slow-link=200000" } << "out-of-time: " + tooLong;
+        QTest::newRow("installing for too long")
+            << false << QStringList { "--install-ms", "20000" } << "time-limit: " + tooLong;
+        // The first poll follows a second behind the upload.
+        QTest::newRow("silence over HTTP")
+            << true << QStringList { "--listen", "127.94.1.5:0", "--generation", "newer" }
+            << "device-lost: Nothing was heard of the device's HTTP service for 0 s";
+    }
+    void limits()
+    {
+        QFETCH(bool, isHttp);
+        QFETCH(QStringList, device);
+        const ExamplePackage package;
+        DeviceProgram program(device);
+        QVERIFY(program.waitForReady());
+        auto order = orderFor(program.address(), package.path());
+        if (isHttp) {
+            order.road = Road::Http;
+            order.silenceLimit = std::chrono::milliseconds(300);
+        } else {
+            order.timeLimit = std::chrono::milliseconds(1500);
+        }
+        const Worker run(order);
+        QVERIFY(isWaitedFor([&] { return run.hasEnded(); }));
+        QTEST(run.end, "end");
+        QVERIFY(!program.operations().contains("device.shutdown"));
     }
 
     void stopWhileItWaits()

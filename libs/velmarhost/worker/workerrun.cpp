@@ -521,8 +521,14 @@ void WorkerRun::slotEnded(DeviceRun::Outcome outcome, const QString &text)
 
 void WorkerRun::refuseForTime()
 {
-    if (m_runTime.hasExpired(m_order.timeLimit.count()))
-        refuse(VerdictCode::TimeLimit, QStringLiteral("The upgrade took longer than it may take"));
+    // The HTTP road has a limit for silence, too. A timer may be early by a twentieth.
+    const bool isSilence = m_order.road == Road::Http && m_order.mode == WorkerMode::Upgrade
+        && !m_runTime.hasExpired(m_order.timeLimit.count() * 9 / 10);
+    if (!isSilence) {
+        const bool isAtWork = m_order.mode == WorkerMode::Watch || traffic().isOrdered;
+        refuse(isAtWork ? VerdictCode::TimeLimit : VerdictCode::OutOfTime,
+               QStringLiteral("The upgrade took longer than it may take"));
+    }
     refuse(
         m_upload.isOrdered ? VerdictCode::DeviceLost : VerdictCode::SilentDevice,
         QStringLiteral("Nothing was heard of the device's HTTP service for %1 s")
