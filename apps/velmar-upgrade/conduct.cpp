@@ -124,6 +124,7 @@ Conductor::Conductor(UpgradeWish wish, const CommandLine &options, PlanHandler t
     else
         m_events.add(m_display);
     connectUpgrade();
+    m_refresh.setInterval(std::chrono::seconds(1));
     connect(&m_refresh, &QTimer::timeout, this, [this] { m_display.refresh(); });
     connect(&m_interrupts, &InterruptWatcher::signalInterrupted, this, &Conductor::slotInterrupt);
 }
@@ -160,7 +161,7 @@ HostExitCode Conductor::run()
             },
             Qt::QueuedConnection);
     });
-    m_refresh.start(std::chrono::seconds(1));
+    m_refresh.start();
     m_upgrade.start();
     m_loop.exec();
     m_display.close();
@@ -217,6 +218,7 @@ void Conductor::takePlan(const Plan &plan)
 
 void Conductor::ask(const Plan &plan)
 {
+    m_refresh.stop(); // nothing may be drawn over the question
     m_display.close();
     print(planSummary(plan).join(QLatin1Char('\n')) + QLatin1Char('\n'));
     print(QStringLiteral("Upgrade and restart the device? [y/N] "));
@@ -229,6 +231,7 @@ void Conductor::slotAnswer()
     m_answer->setEnabled(false);
     std::string answer;
     std::getline(std::cin, answer);
+    m_refresh.start();
     if (!answer.empty() && (answer.front() == 'y' || answer.front() == 'Y'))
         m_upgrade.agree();
     else

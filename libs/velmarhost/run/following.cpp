@@ -1,7 +1,5 @@
 #include "run/following.h"
 
-#include "device/devicefacts.h"
-
 #include <utility>
 
 namespace Velmar::Host {
@@ -10,10 +8,10 @@ namespace {
 
 constexpr std::chrono::seconds AnswerLimit { 5 };
 
-Following::Found ask(const DeviceAddress &device)
+Following::Found ask(const DeviceAddress &device, const LinkFactory &makeLink)
 {
     QString errorText;
-    const auto installation = readInstallation(device, AnswerLimit, errorText);
+    const auto installation = readInstallation(device, AnswerLimit, errorText, makeLink);
     if (!installation)
         return Following::Found::Nothing;
     return installation->result == 0 ? Following::Found::Idle : Following::Found::AtWork;
@@ -21,8 +19,9 @@ Following::Found ask(const DeviceAddress &device)
 
 } // namespace
 
-Following::Following(DeviceAddress device)
+Following::Following(DeviceAddress device, LinkFactory makeLink)
     : m_device(std::move(device))
+    , m_makeLink(std::move(makeLink))
 {
     m_pause.setSingleShot(true);
     m_pause.setInterval(std::chrono::milliseconds(500));
@@ -45,7 +44,7 @@ void Following::setInterval(std::chrono::milliseconds interval)
 void Following::ask()
 {
     m_task = std::make_unique<BackgroundTask>(
-        [this](const std::atomic<bool> &) { m_answer = Host::ask(m_device); });
+        [this](const std::atomic<bool> &) { m_answer = Host::ask(m_device, m_makeLink); });
     connect(m_task.get(), &BackgroundTask::signalEnded, this, &Following::slotAnswered);
     m_task->start();
 }

@@ -1,7 +1,7 @@
 #ifndef VELMARHOST_FOLLOWING_H
 #define VELMARHOST_FOLLOWING_H
 
-#include "device/deviceaddress.h"
+#include "device/devicefacts.h"
 #include "run/backgroundtask.h"
 
 #include <QDeadlineTimer>
@@ -30,7 +30,7 @@ public:
         Nothing, //!< it did not answer in time
     };
 
-    explicit Following(DeviceAddress device);
+    explicit Following(DeviceAddress device, LinkFactory makeLink = makeSocketLink);
     ~Following() override;
 
     void start(std::chrono::milliseconds limit);
@@ -49,6 +49,7 @@ private:
     void slotAnswered();
 
     const DeviceAddress m_device;
+    const LinkFactory m_makeLink;
     QDeadlineTimer m_deadline;
     QTimer m_pause;
     Found m_answer = Found::Nothing; // written by the task, read behind its end

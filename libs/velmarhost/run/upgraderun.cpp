@@ -86,6 +86,13 @@ void UpgradeRun::start(Firmware::Enum::UpgradeProcessType type, std::chrono::mil
     m_process->start(type);
 }
 
+s_UpgradePercent UpgradeRun::progress() const
+{
+    s_UpgradePercent progress;
+    m_process->upgradeProgressDetails(progress);
+    return progress;
+}
+
 void UpgradeRun::slotStatusBar(const QString &text)
 {
     if (stage() == Stage::Ended || text.isEmpty()) // an empty text clears a status bar
@@ -115,11 +122,10 @@ void UpgradeRun::slotFinished(bool result, const QString &text)
 
 void UpgradeRun::reportProgress()
 {
-    s_UpgradePercent progress;
-    m_process->upgradeProgressDetails(progress);
-    if (isSameProgress(progress, m_reported))
+    const auto now = progress();
+    if (isSameProgress(now, m_reported))
         return;
-    m_reported = progress;
+    m_reported = now;
     Q_EMIT signalInstalling(m_reported);
 }
 

@@ -44,6 +44,9 @@ public:
     /*! Time between two looks at the progress that the library has read; 200 ms unless set. */
     void setProgressInterval(std::chrono::milliseconds interval);
 
+    /*! The device's report that the library has read last; empty before the first. Any thread. */
+    ProtoModel::Auxiliary::s_UpgradePercent progress() const;
+
     /*! Begins. Any \a type but FullUpgrade only watches; it, too, restarts the device at its end.
      */
     void start(Firmware::Enum::UpgradeProcessType type, std::chrono::milliseconds timeLimit);

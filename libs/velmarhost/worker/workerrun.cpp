@@ -484,8 +484,12 @@ void WorkerRun::announceOrder(bool isRestart)
         tellPhase(Phase::Sending);
     else
         tellPhase(Phase::Installing);
-    if (isRestart)
+    if (isRestart) {
+        // The last report comes to the event loop behind the order that it leads to.
+        if (const auto *run = qobject_cast<UpgradeRun *>(m_run.get()))
+            m_voice.tell(InstallingTell { run->progress() });
         tellPhase(Phase::Restarting);
+    }
     tellNewTraffic();
     m_voice.flush(TellLimit);
 }
