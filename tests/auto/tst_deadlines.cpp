@@ -314,6 +314,63 @@ private Q_SLOTS:
         QCOMPARE(run.ends, QStringList(QStringLiteral("worker-died")));
     }
 
+    void startedTwiceIsStartedOnce()
+    {
+        Watched run(Road::Native, seconds(45));
+        run.pass(seconds(30));
+        run.deadlines.start();
+        QVERIFY(run.expiresAfter(seconds(15)));
+    }
+
+    void phaseBeginsAnew()
+    {
+        Watched run;
+        run.deadlines.enter(Phase::Sending);
+        run.pass(seconds(50));
+        run.deadlines.enter(Phase::Installing);
+        run.deadlines.enter(Phase::Installing); // which is no news
+        QVERIFY(run.expiresAfter(seconds(120)));
+        QCOMPARE(run.ends, QStringList(QStringLiteral("device-lost")));
+    }
+
+    void standstillBeginsWithTheInstallation()
+    {
+        Watched run;
+        run.deadlines.enter(Phase::Sending);
+        for (int minute = 1; minute <= 29; ++minute) {
+            if (minute == 15)
+                run.deadlines.enter(Phase::Installing);
+            run.deadlines.noteTraffic(traffic(minute));
+            run.pass(seconds(59));
+        }
+        QVERIFY(run.ends.isEmpty());
+        run.deadlines.noteTraffic(traffic(30));
+        run.pass(seconds(16));
+        QCOMPARE(run.ends, QStringList(QStringLiteral("no-progress")));
+    }
+
+    void orderOfAFormerWorkerCounts_data()
+    {
+        QTest::addColumn<int>("whole"); // seconds
+        QTest::addColumn<QString>("word");
+
+        QTest::newRow("silence") << 0 << "device-lost";
+        QTest::newRow("whole") << 40 << "time-limit";
+    }
+    void orderOfAFormerWorkerCounts()
+    {
+        QFETCH(int, whole);
+        Watched run(Road::Native, seconds(whole));
+        run.deadlines.enter(Phase::Installing);
+        run.deadlines.noteTraffic(ordered(traffic(20)));
+        run.deadlines.resetTraffic();
+        run.deadlines.enter(Phase::Planning); // to watch
+        run.deadlines.noteTraffic(traffic(1));
+        run.pass(seconds(60));
+        QCOMPARE(run.ends.size(), 1);
+        QTEST(run.ends.constFirst(), "word");
+    }
+
     void newWorkerBeginsAnew()
     {
         Watched run;
