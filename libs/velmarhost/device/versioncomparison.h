@@ -1,34 +1,14 @@
 #ifndef VELMARHOST_VERSIONCOMPARISON_H
 #define VELMARHOST_VERSIONCOMPARISON_H
 
+#include "device/toldversions.h"
 #include "package/plan.h"
-#include "records/devicerecords.h"
 
-#include <QHash>
-#include <QPair>
 #include <QString>
 
 #include <vector>
 
 namespace Velmar::Host {
-
-/*! The versions of sections that a device tells, quick to ask. */
-class ToldVersions
-{
-public:
-    ToldVersions() = default;
-    explicit ToldVersions(const ProtoModel::Auxiliary::s_DeviceVersion &versions);
-
-    /*! That of the section \a code on the part of \a type in a slot, as the device tells it; empty
-        if it does not, or tells "N/A". Of two parts or sections that are alike, the first counts. */
-    QString find(int type, quint8 slotId, quint16 code) const;
-
-    bool operator==(const ToldVersions &other) const;
-    bool operator!=(const ToldVersions &other) const { return !(*this == other); }
-
-private:
-    QHash<QPair<int, int>, QHash<quint16, QString>> m_parts; // by type and slot, then by code
-};
 
 /*! How planned sections and a device's versions go together. */
 struct VersionComparison {

@@ -1,6 +1,7 @@
 #include "package/planner.h"
 
 #include "device/modelnames.h"
+#include "device/toldversions.h"
 #include "package/leftoutfinder.h"
 #include "package/packagelisting.h"
 
@@ -33,40 +34,6 @@ constexpr int LongestTarget = 255; // bytes
 constexpr qint64 LargestImage = std::numeric_limits<int>::max(); // what an announcement can tell
 constexpr std::size_t MostFiles = std::numeric_limits<quint16>::max();
 constexpr int LowestRegisterVersion = 3; // first number of a unit's version
-
-QString textOf(const std::string &version)
-{
-    const QString text = QString::fromStdString(version);
-    return text == QLatin1String("N/A") ? QString() : text;
-}
-
-/*! The versions that a device tells, quick to ask. */
-class Versions
-{
-public:
-    explicit Versions(const s_DeviceVersion &versions)
-    {
-        for (const auto &part : versions.parts) {
-            const auto key = qMakePair(int(part.type), int(part.slotId));
-            if (m_parts.contains(key)) // the first one counts
-                continue;
-            auto &sections = m_parts[key];
-            for (const auto &section : part.section) {
-                if (!sections.contains(section.code))
-                    sections.insert(section.code, textOf(section.version));
-            }
-        }
-    }
-
-    /*! Empty if the device does not tell. */
-    QString find(int type, int slotId, quint16 code) const
-    {
-        return m_parts.value({ type, slotId }).value(code);
-    }
-
-private:
-    QHash<QPair<int, int>, QHash<quint16, QString>> m_parts; // by type and slot, then by code
-};
 
 QString dotted(quint32 version)
 {
@@ -351,7 +318,7 @@ private:
 
     void addSections()
     {
-        const Versions versions(m_order.versions);
+        const ToldVersions versions(m_order.versions);
         for (const auto &part : m_order.selection.parts()) {
             for (const auto &offer : part.sections) {
                 PlannedSection section;
