@@ -76,8 +76,6 @@ HostExitCode devicesVerb(const CommandLine &options)
                          printable(names.describe(device->modelId)).leftJustified(20),
                          printable(device->serial).leftJustified(16), printable(device->name));
     }
-    print(options.isSet("json") ? QString::fromUtf8(printableJson(QJsonDocument(array).toJson()))
-                                : text);
     if (devices.isEmpty()) {
         complain(HostExitCode::Unreachable,
                  QStringLiteral("No device has answered at %1. Check the network, or name a "
@@ -86,5 +84,7 @@ HostExitCode devicesVerb(const CommandLine &options)
         printCause(log.lastLines());
         return HostExitCode::Unreachable;
     }
+    print(options.isSet("json") ? QString::fromUtf8(printableJson(QJsonDocument(array).toJson()))
+                                : text);
     return HostExitCode::Ok;
 }

@@ -77,7 +77,9 @@ bool takePlan(const CommandLine &options, UpgradeWish &wish)
 bool takeOptions(const CommandLine &options, UpgradeWish &wish)
 {
     if (options.argument().isEmpty())
-        return !isUsageError(QStringLiteral("No package is named. Give PACKAGE, or --plan FILE"));
+        return !isUsageError(
+            QStringLiteral("No package is named: give PACKAGE, or --plan FILE. See "
+                           "velmar-upgrade run --help"));
     wish.road = *roadOf(options.value("road"));
     if (!isRoadInOrder(options, wish.goal, wish.road))
         return false;

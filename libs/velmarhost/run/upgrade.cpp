@@ -162,6 +162,13 @@ void Upgrade::interrupt()
         end(verdict(VerdictCode::Interrupted, QStringLiteral("The device stays as it was")));
         return;
     case State::Working:
+        // A worker would end behind the write under way, with half a firmware in the device.
+        if (isWritingRegisters()) {
+            tellWarning(QStringLiteral("The upgrade goes on: between two register writes the "
+                                       "device has half a firmware. Press Ctrl-C again to leave "
+                                       "it to the upgrade's process"));
+            return;
+        }
         m_isStopping = true;
         m_worker->requestStop();
         return;
@@ -180,9 +187,7 @@ void Upgrade::leave()
     if (m_state == State::Ended)
         return;
     const bool isOrdered = m_isOrdered || (m_worker && m_worker->traffic().isOrdered);
-    const bool isWriting = m_state == State::Working && m_wish.road == Road::Registers
-        && m_worker->traffic().sentBytes > 0;
-    if (isWriting) {
+    if (isWritingRegisters()) {
         m_isWorkerLeft = true;
         end(verdict(VerdictCode::Left,
                     QStringLiteral("The firmware is still being written, by a process that goes on "
@@ -194,6 +199,12 @@ void Upgrade::leave()
     } else {
         end(verdict(VerdictCode::Interrupted, QStringLiteral("The device stays as it was")));
     }
+}
+
+bool Upgrade::isWritingRegisters() const
+{
+    return m_state == State::Working && m_wish.road == Road::Registers
+        && m_worker->traffic().isOrdered;
 }
 
 bool Upgrade::isWorkerLeft() const
@@ -322,12 +333,8 @@ void Upgrade::slotStopAnswered(bool isTaken)
     if (isTaken)
         return;
     m_isStopping = false;
-    tellWarning(m_wish.road == Road::Registers
-                    ? QStringLiteral("The upgrade goes on: between two register writes the device "
-                                     "has half a firmware. Press Ctrl-C again to leave it to the "
-                                     "upgrade's process")
-                    : QStringLiteral("The upgrade goes on: the device is installing and is not to "
-                                     "be interrupted. Press Ctrl-C again to leave it to itself"));
+    tellWarning(QStringLiteral("The upgrade goes on: the device is installing and is not to be "
+                               "interrupted. Press Ctrl-C again to leave it to itself"));
 }
 
 void Upgrade::slotWorkerEnded(bool result, const QString &text)
@@ -387,6 +394,10 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
         m_failure = verdict(VerdictCode::InstallFailed,
                             QStringLiteral("The device says that its installation has failed"));
         confirm();
+    } else if (m_wish.road == Road::Registers && code == VerdictCode::SendFailed
+               && traffic.overdue == 0) {
+        // Every write was answered, the last one by a refusal: the device has not got the whole.
+        end(verdict(code, text));
     } else if (m_isOrdered) {
         // A word of the library about sending says nothing about what the device does now.
         if (code != VerdictCode::SendFailed)
@@ -488,6 +499,8 @@ void Upgrade::end(const Verdict &verdict)
         m_preparation->cancel();
     if (m_confirmation)
         m_confirmation->stop();
+    if (m_worker && m_worker->isRunning())
+        m_sentBytes += m_worker->traffic().sentBytes;
     if (m_worker && !m_isWorkerLeft)
         m_worker->kill();
 

@@ -94,6 +94,7 @@ private:
         Ended,
     };
 
+    bool isWritingRegisters() const;
     void startWorker(WorkerMode mode);
     void connectWorker();
     void slotReady();
