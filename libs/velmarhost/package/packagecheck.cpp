@@ -25,7 +25,7 @@ constexpr int MostNotes = 200;
 constexpr int LongestTarget = 255; // bytes; an image's record has 256 and ends them with a zero
 
 // The names with which the register road knows something to do, and one that it drops on purpose.
-constexpr QLatin1String KnownCommands[] = {
+const QLatin1String KnownCommands[] = {
     QLatin1String("SendCardIndex"),      QLatin1String("SendDeviceID"),
     QLatin1String("SendSenderFileType"), QLatin1String("SendFileLength"),
     QLatin1String("SendFileCount"),      QLatin1String("SendFileData"),

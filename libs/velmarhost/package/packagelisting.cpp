@@ -20,7 +20,7 @@ const QString PathFile = QStringLiteral("DataFilPathCfg.xml");
 
 std::optional<ListedFault> readIndex(const QString &package, QStringList &folders)
 {
-    constexpr QLatin1String UnitNode("string");
+    const QLatin1String UnitNode("string");
     QString folder;
     bool isNamed = false;
     return readStrictXml(package, IndexFile, [&](const QXmlStreamReader &xml, int depth) {

@@ -13,11 +13,11 @@ namespace Velmar::Host {
 
 namespace {
 
-constexpr QLatin1String RootElement("DataPackage");
-constexpr QLatin1String FileElement("FileInfo");
-constexpr QLatin1String CommandElement("CommandConfig");
-constexpr QLatin1String EndElement("EndSendCmd");
-constexpr QLatin1String StartElement("BeforeStartCmd");
+const QLatin1String RootElement("DataPackage");
+const QLatin1String FileElement("FileInfo");
+const QLatin1String CommandElement("CommandConfig");
+const QLatin1String EndElement("EndSendCmd");
+const QLatin1String StartElement("BeforeStartCmd");
 
 enum class ValueType { Bool, Int };
 
@@ -27,7 +27,7 @@ struct TypedAttribute {
     QLatin1String name;
     ValueType type;
 };
-constexpr TypedAttribute TypedAttributes[] = {
+const TypedAttribute TypedAttributes[] = {
     { RootElement, QLatin1String("StepType"), ValueType::Int },
     { RootElement, QLatin1String("IsSupportFromScratch"), ValueType::Bool },
     { FileElement, QLatin1String("IsSupportBroadcast"), ValueType::Bool },
