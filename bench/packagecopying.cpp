@@ -165,7 +165,7 @@ void checkAgainstDeciphering(benchmark::State &state)
 
 } // namespace
 
-BENCHMARK_CAPTURE(copyAgainst, 8_files_cp, 8, 4, copyWithCp)
+BENCHMARK_CAPTURE(copyAgainst, 8_files_cp, 8, 5, copyWithCp)
     ->Iterations(PairedRounds::Count)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);

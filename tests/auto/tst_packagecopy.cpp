@@ -155,11 +155,11 @@ private Q_SLOTS:
             << 65'537
             << QByteArray("008ffc88d3c96a9f307524eb361e47c5222a887fc45fa0c1fb8d429c5c23b430");
         QTest::newRow("a block")
-            << 1'048'576
-            << QByteArray("9bc1b2a288b26af7257a36277ae3816a7d4f16e89c1e7e77d0a5c48bad62b360");
+            << 262'144
+            << QByteArray("dd3dde87623d9a6b354c68c943d189c89c63652d945e7bbdf0986cae91a49521");
         QTest::newRow("a byte more")
-            << 1'048'577
-            << QByteArray("4a3f0c0c213adea174f9a3d4c13177315b588bdb2e9c1012d3d0bf0453ca0f6a");
+            << 262'145
+            << QByteArray("c592f4a6b099700b5050ce8bc67367f0c8f44810203124e86405c3e7b6f1a2ba");
         QTest::newRow("more blocks than are in use")
             << 10'485'760
             << QByteArray("b5eec3f68ef64d15e82dad91ff908582c5f081e61a62e22427af9bec2cd35f8d");

@@ -22,7 +22,7 @@ namespace Velmar::Host {
 class BlockHasher
 {
 public:
-    static constexpr std::size_t BlockSize = 1024 * 1024;
+    static constexpr std::size_t BlockSize = 256 * 1024;
 
     /*! Called on the hasher's thread with a file's hash, 32 bytes. */
     using Sink = std::function<void(std::size_t file, const QByteArray &sha256)>;

@@ -31,6 +31,8 @@ constexpr char CopyName[] = "package";
 // Below this a file is hashed faster than another thread is woken for it.
 constexpr qint64 SmallFile = 64 * 1024;
 
+constexpr qint64 ProgressStep = 1024 * 1024;
+
 // What a file system may need beside a file's bytes, for its last block and its name.
 constexpr qint64 SpaceOfEntry = 4096;
 
@@ -250,7 +252,7 @@ private:
 
     void tellProgress(bool isEnd)
     {
-        if (!m_options.progress || (!isEnd && m_sinceTold < qint64(BlockHasher::BlockSize)))
+        if (!m_options.progress || (!isEnd && m_sinceTold < ProgressStep))
             return;
         m_sinceTold = 0;
         m_options.progress(m_done, m_scan.totalSize);
