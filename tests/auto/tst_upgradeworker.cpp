@@ -169,7 +169,7 @@ private Q_SLOTS:
             "died: The worker process told something that is no message: it is no JSON: illegal "
             "value");
         row("half a line", "died: The worker process ended with exit code 0 before it told an end");
-        row("huge line", "died: The worker process told a line of more than 1048576 bytes");
+        row("huge line", "died: The worker process told a line of more than 67108864 bytes");
         row("no hello", "died: The worker process is of another version than its host");
         row("two hellos", "died: The worker process is of another version than its host");
         row("other protocol", "died: The worker process is of another version than its host");

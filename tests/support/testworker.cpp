@@ -118,7 +118,7 @@ int main(int argc, char **argv)
         print(R"({"tell":"end","result":true,"te)");
     else if (what == "huge line") {
         while (true)
-            print(QByteArray(65536, 'x'));
+            print(QByteArray(1024 * 1024, 'x'));
     } else if (what == "two hellos")
         tell(HelloTell { WorkerOrder::Protocol });
     else if (what == "no hello")

@@ -114,7 +114,7 @@ private:
 
     const WorkerLaunch m_launch;
     std::unique_ptr<Process> m_process; // from start() to the end
-    LineCutter m_lines;
+    LineCutter m_lines { WorkerLineLimit };
     QByteArray m_errors; // of the process's standard error, up to the end of a line
     QTimer m_endLimit;
     LinkTraffic m_traffic;

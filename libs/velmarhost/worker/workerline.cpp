@@ -24,6 +24,11 @@ std::optional<QJsonObject> objectOf(const QByteArray &line, QString &errorText)
     return document.object();
 }
 
+LineCutter::LineCutter(int limit)
+    : m_limit(limit)
+{
+}
+
 void LineCutter::add(const QByteArray &bytes)
 {
     m_bytes.remove(0, m_begin);
@@ -36,7 +41,7 @@ std::optional<QByteArray> LineCutter::next()
 {
     const int feed = m_bytes.indexOf('\n', m_searched);
     const int end = feed < 0 ? m_bytes.size() : feed + 1;
-    m_isOverLimit = m_isOverLimit || end - m_begin > WorkerLineLimit;
+    m_isOverLimit = m_isOverLimit || end - m_begin > m_limit;
     m_searched = end;
     if (feed < 0 || m_isOverLimit)
         return std::nullopt;

@@ -9,8 +9,11 @@
 
 namespace Velmar::Host {
 
-/*! Longest line that a host and its worker send or take, in bytes, with its line feed. */
+/*! Longest line of a worker, in bytes with its line feed: a plan may have many files. */
 constexpr int WorkerLineLimit = 64 * 1024 * 1024;
+
+/*! Longest line that a worker takes. */
+constexpr int OrderLineLimit = 1024 * 1024;
 
 /*! \a object in one line, with its line feed. */
 QByteArray lineOf(const QJsonObject &object);
@@ -18,10 +21,13 @@ QByteArray lineOf(const QJsonObject &object);
 /*! The object in \a line; nothing, with \a errorText set, if it is none. */
 std::optional<QJsonObject> objectOf(const QByteArray &line, QString &errorText);
 
-/*! Cuts a stream of bytes into lines of at most WorkerLineLimit. */
+/*! Cuts a stream of bytes into lines. */
 class LineCutter
 {
 public:
+    /*! Lines have at most \a limit bytes, with their line feeds. */
+    explicit LineCutter(int limit);
+
     /*! Takes what has come. */
     void add(const QByteArray &bytes);
 
@@ -33,6 +39,7 @@ public:
     bool isOverLimit() const;
 
 private:
+    const int m_limit;
     QByteArray m_bytes;
     int m_begin = 0; // of what is left
     int m_searched = 0; // there is no line feed before it

@@ -140,7 +140,7 @@ private:
 
     WorkerVoice &m_voice;
     QSocketNotifier m_notifier;
-    LineCutter m_lines;
+    LineCutter m_lines { OrderLineLimit };
     std::unique_ptr<WorkerRun> m_run;
 };
 
