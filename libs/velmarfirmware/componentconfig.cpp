@@ -87,8 +87,10 @@ bool ComponentConfig::loadDataPackage(const QString &path, DataPackage *package)
     // A package that was loaded before has listed its files. New ones are appended to the tree.
     const int listedFiles = package->fileInfos.isEmpty() ? 0 : filesUnder(*package).size();
 
+    // The same for every unit.
+    static const TZ::Serializer::ObjectFactory factory = objectFactory();
     TZ::SerializeToXML serializer;
-    serializer.loadXml(package, path, objectFactory());
+    serializer.loadXml(package, path, factory);
 
     // The objects found are not the package's own ones of these names, which are no children.
     if (const auto *end = package->findChild<EndSendCmd *>(QStringLiteral("EndSendCmd"))) {

@@ -1,6 +1,7 @@
 #include "packageconfig.h"
 
 #include "componentconfig.h"
+#include "descriptionname.h"
 #include "singletonslot.h"
 #include "xmldocument.h"
 
@@ -34,17 +35,6 @@ int unitCount(const QDomElement &root)
             ++count;
     }
     return count;
-}
-
-// The first entry of that ending in the folder's default order, be it a file or a folder. Null if
-// there is none.
-QString descriptionPath(const QString &unitPath)
-{
-    const QStringList entries = QDir(unitPath).entryList();
-    const auto entry = std::find_if(entries.begin(), entries.end(), [](const QString &name) {
-        return name.endsWith(QLatin1String(".xml"));
-    });
-    return entry == entries.end() ? QString() : unitPath + QLatin1Char('/') + *entry;
 }
 
 int modelIdOf(const DataPackage &package)
@@ -111,11 +101,12 @@ bool PackageConfig::readConfig(const QString &path, QString &errorText)
         if (!namesUnit(node))
             continue;
         const QString unitPath = path + QLatin1Char('/') + node.toElement().text();
-        const QString description = descriptionPath(unitPath);
+        const QString description = Internal::descriptionName(unitPath);
         if (description.isNull())
             continue;
         DataPackage package;
-        if (!ComponentConfig::instance()->loadDataPackage(description, &package))
+        if (!ComponentConfig::instance()->loadDataPackage(unitPath + QLatin1Char('/') + description,
+                                                          &package))
             continue;
         package.FilePath = unitPath;
         m_packages.append(package);

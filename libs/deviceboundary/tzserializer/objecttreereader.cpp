@@ -60,8 +60,8 @@ bool ObjectTreeReader::read(const QByteArray &xml)
 
 void ObjectTreeReader::apply(QObject *root)
 {
-    for (const auto &[property, value] : m_rootValues)
-        property.write(root, value);
+    for (auto &[property, value] : m_rootValues)
+        PropertyTable::write(root, property, value);
     for (std::unique_ptr<QObject> &child : m_rootChildren)
         child.release()->setParent(root);
     m_rootChildren.clear();
@@ -117,22 +117,23 @@ void ObjectTreeReader::readProperties(const QMetaObject *metaObject, QObject *ob
         return;
     PropertyTable &table = m_tables.try_emplace(metaObject, metaObject).first->second;
     for (const QXmlStreamAttribute &attribute : attributes) {
-        const QMetaProperty *const property = table.find(attribute.qualifiedName());
+        const PropertyTable::Property *const property = table.find(attribute.qualifiedName());
         if (!property) {
             ignore("attribute", attribute.qualifiedName());
             continue;
         }
-        QVariant value;
-        if (!PropertyTable::convert(*property, attribute.value(), value)) {
+        auto value = PropertyTable::convert(*property, attribute.value());
+        if (!value) {
             m_xml.raiseError(QStringLiteral("\"%1\" is no %2 for %3.")
-                                 .arg(attribute.value(), QLatin1String(property->typeName()),
+                                 .arg(attribute.value(),
+                                      QLatin1String(QMetaType::typeName(property->type)),
                                       attribute.qualifiedName()));
             return;
         }
         if (object)
-            property->write(object, value);
+            PropertyTable::write(object, *property, *value);
         else
-            m_rootValues.emplace_back(*property, value);
+            m_rootValues.emplace_back(*property, std::move(*value));
     }
 }
 

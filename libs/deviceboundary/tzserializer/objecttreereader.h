@@ -4,8 +4,6 @@
 #include "propertytable.h"
 #include <tzserializer/serializetoxml.h>
 
-#include <QMetaProperty>
-#include <QVariant>
 #include <QXmlStreamReader>
 
 #include <memory>
@@ -51,7 +49,7 @@ private:
     std::vector<QObject *> m_open; // the objects around the next element; null stands for the root
     std::unordered_map<const QMetaObject *, PropertyTable> m_tables;
 
-    std::vector<std::pair<QMetaProperty, QVariant>> m_rootValues;
+    std::vector<std::pair<PropertyTable::Property, PropertyTable::Value>> m_rootValues;
     std::vector<std::unique_ptr<QObject>> m_rootChildren;
 };
 

@@ -1,6 +1,7 @@
 #include "propertytable.h"
 
 #include <QMetaObject>
+#include <QMetaProperty>
 
 #include <algorithm>
 
@@ -56,46 +57,59 @@ bool toInt(const QStringRef &text, int &value)
 
 PropertyTable::PropertyTable(const QMetaObject *metaObject)
 {
-    for (int i = QObject::staticMetaObject.propertyCount(); i < metaObject->propertyCount(); ++i) {
+    const int count = metaObject->propertyCount();
+    const int first = QObject::staticMetaObject.propertyCount();
+    m_properties.reserve(std::size_t(std::max(0, count - first)));
+    for (int i = first; i < count; ++i) {
         const QMetaProperty property = metaObject->property(i);
         const int type = property.userType();
         if (property.isWritable()
             && (type == QMetaType::Bool || type == QMetaType::Int || type == QMetaType::QString))
-            m_entries.push_back({ QLatin1String(property.name()), property });
+            m_properties.push_back({ QLatin1String(property.name()), i, type });
     }
 }
 
-const QMetaProperty *PropertyTable::find(const QStringRef &name)
+const PropertyTable::Property *PropertyTable::find(const QStringRef &name)
 {
-    for (std::size_t i = 0; i < m_entries.size(); ++i) {
-        if (m_next >= m_entries.size())
+    for (std::size_t i = 0; i < m_properties.size(); ++i) {
+        if (m_next >= m_properties.size())
             m_next = 0;
-        const Entry &entry = m_entries[m_next++];
-        if (name == entry.name)
-            return &entry.property;
+        const Property &property = m_properties[m_next++];
+        if (name == property.name)
+            return &property;
     }
     return nullptr;
 }
 
-bool PropertyTable::convert(const QMetaProperty &property, const QStringRef &text, QVariant &value)
+std::optional<PropertyTable::Value> PropertyTable::convert(const Property &property,
+                                                           const QStringRef &text)
 {
-    switch (property.userType()) {
+    switch (property.type) {
     case QMetaType::Bool: {
         bool flag = false;
-        const bool ok = toBool(text, flag);
-        value = flag;
-        return ok;
+        if (!toBool(text, flag))
+            return std::nullopt;
+        return flag;
     }
     case QMetaType::Int: {
         int number = 0;
-        const bool ok = toInt(text, number);
-        value = number;
-        return ok;
+        if (!toInt(text, number))
+            return std::nullopt;
+        return number;
     }
     default:
-        value = text.toString();
-        return true;
+        return text.toString();
     }
+}
+
+// As QMetaProperty::write() does it, without the way through a QVariant.
+void PropertyTable::write(QObject *object, const Property &property, Value &value)
+{
+    void *const data = std::visit([](auto &held) { return static_cast<void *>(&held); }, value);
+    int status = -1;
+    int flags = 0;
+    void *arguments[] = { data, nullptr, &status, &flags };
+    QMetaObject::metacall(object, QMetaObject::WriteProperty, property.index, arguments);
 }
 
 } // namespace TZ::Internal

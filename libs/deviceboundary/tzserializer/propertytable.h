@@ -1,11 +1,12 @@
 #ifndef TZSERIALIZER_PROPERTYTABLE_H
 #define TZSERIALIZER_PROPERTYTABLE_H
 
-#include <QMetaProperty>
+#include <QObject>
 #include <QString>
-#include <QVariant>
 
 #include <cstddef>
+#include <optional>
+#include <variant>
 #include <vector>
 
 namespace TZ::Internal {
@@ -17,27 +18,33 @@ namespace TZ::Internal {
 class PropertyTable
 {
 public:
+    struct Property {
+        QLatin1String name;
+        int index; // in the class
+        int type; // a QMetaType::Type
+    };
+
+    using Value = std::variant<bool, int, QString>;
+
     explicit PropertyTable(const QMetaObject *metaObject);
 
     /*! Null if there is no such property. */
-    const QMetaProperty *find(const QStringRef &name);
+    const Property *find(const QStringRef &name);
 
     /*!
         Reads \a text as a value of the type of \a property.
 
-        False if it is none. A bool is \c true, \c 1, \c false or \c 0. An int is decimal, or
+        Nothing if it is none. A bool is \c true, \c 1, \c false or \c 0. An int is decimal, or
         hexadecimal behind \c 0x, from -2147483648 to 4294967295; what lies above 2147483647 is kept
         as the same 32 bits, for register addresses use all of them.
     */
-    static bool convert(const QMetaProperty &property, const QStringRef &text, QVariant &value);
+    static std::optional<Value> convert(const Property &property, const QStringRef &text);
+
+    /*! Sets \a property of \a object, which is of this table's class, to a \a value of its type. */
+    static void write(QObject *object, const Property &property, Value &value);
 
 private:
-    struct Entry {
-        QLatin1String name;
-        QMetaProperty property;
-    };
-
-    std::vector<Entry> m_entries;
+    std::vector<Property> m_properties;
     std::size_t m_next = 0; // files mostly name the properties in the order of the class
 };
 

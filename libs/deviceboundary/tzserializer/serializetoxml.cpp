@@ -6,32 +6,50 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+
 namespace TZ {
 
 namespace {
 
 constexpr qint64 MaxFileSize = 16 * 1024 * 1024;
 
+// Reads file into contents up to its end, or one byte further than is taken. False if that fails.
+bool readUpToLimit(QFile &file, qint64 expectedSize, QByteArray &contents)
+{
+    // One byte more than there should be: the end shows at once.
+    qint64 room = std::clamp(expectedSize, qint64(0), MaxFileSize) + 1;
+    qint64 size = 0;
+    for (;;) {
+        contents.resize(int(room));
+        const qint64 count = file.read(contents.data() + size, room - size);
+        if (count < 0)
+            return false;
+        size += count;
+        if (size < room || room > MaxFileSize)
+            break;
+        room = std::min(room * 2, MaxFileSize + 1); // it has grown
+    }
+    contents.resize(int(size));
+    return true;
+}
+
 // False with the cause if path is no file of an acceptable size, or cannot be read.
 bool readWhole(const QString &path, QByteArray &contents, QString &cause)
 {
     // A pipe would block the open for as long as nobody writes to it.
-    if (!QFileInfo(path).isFile()) {
+    const QFileInfo info(path);
+    if (!info.isFile()) {
         cause = QStringLiteral("There is no such file.");
         return false;
     }
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)
+        || !readUpToLimit(file, info.size(), contents)) {
         cause = file.errorString();
         return false;
     }
-    if (file.size() <= MaxFileSize)
-        contents = file.readAll();
-    if (file.error() != QFileDevice::NoError) {
-        cause = file.errorString();
-        return false;
-    }
-    if (file.size() > MaxFileSize || contents.size() > MaxFileSize) {
+    if (contents.size() > MaxFileSize) {
         cause = QStringLiteral("The file is larger than %1 bytes.").arg(MaxFileSize);
         return false;
     }
