@@ -350,6 +350,7 @@ private Q_SLOTS:
             QVERIFY(run.worker.traffic().isOrdered);
         }
         order.mode = WorkerMode::Watch;
+        order.mayRestart = true; // it may have ended by now
         const Worker watch(order);
         QVERIFY(isWaitedFor([&] { return watch.hasEnded(); }));
         QCOMPARE(watch.end, QStringLiteral("good: Upgrade successful,device is restarting."));
@@ -440,7 +441,7 @@ private Q_SLOTS:
     void stopWhileItSends()
     {
         const ExamplePackage package;
-        DeviceProgram device({ "--fault", "slow-link=1000000" });
+        DeviceProgram device({ "--fault", "slow-link=300000" });
         QVERIFY(device.waitForReady());
         Worker run(orderFor(device.address(), package.path()));
         QVERIFY(isWaitedFor([&] { return run.phases.contains("send"); }));
@@ -467,7 +468,7 @@ private Q_SLOTS:
     void stopBetweenTwoWrites()
     {
         const ExamplePackage package;
-        DeviceProgram device({ "--fault", "register-slow=20" });
+        DeviceProgram device({ "--fault", "register-slow=100" });
         QVERIFY(device.waitForReady());
         auto order = orderFor(device.address(), package.path());
         order.road = Road::Registers;
