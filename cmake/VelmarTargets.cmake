@@ -26,6 +26,18 @@ function(velmar_target target)
         QT_NO_KEYWORDS)
 endfunction()
 
+# velmar_precompile(<target> [REUSE_FROM <other>]): the headers that most sources of the target begin with.
+function(velmar_precompile target)
+    if(NOT VELMAR_PRECOMPILE_HEADERS)
+        return()
+    elseif(ARGN)
+        target_precompile_headers(${target} ${ARGN})
+    else()
+        target_precompile_headers(${target} PRIVATE <QtCore> <chrono> <functional> <memory>
+            <optional> <vector>)
+    endif()
+endfunction()
+
 # velmar_shared_library(<target> <namespace> <exported name> [PACKAGE <package>]
 #                       [INCLUDE_DESTINATION <folder>]): a shared library of the project, with its
 # export header, its alias, its version and its install rules. It belongs to the CMake package

@@ -13,7 +13,6 @@ namespace Velmar::Host {
 
 namespace {
 
-using ProtoModel::Auxiliary::s_UpgradeCardParts;
 using ProtoModel::Auxiliary::s_UpgradePercent;
 
 // Behind the first, one may be lost to a fault and one more to bad luck; a device on which a third
@@ -390,15 +389,14 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
     const auto &traffic = m_worker->traffic();
     m_isOrdered = m_isOrdered || traffic.isOrdered
         || (m_wish.goal == Goal::Watch && m_phase == Phase::Installing);
+    // Every write was answered, the last one by a refusal: the device has not got the whole.
+    const bool isWriteRefused =
+        m_wish.road == Road::Registers && code == VerdictCode::SendFailed && traffic.overdue == 0;
     if (traffic.isEndTold && traffic.result == InstallationFailed) {
         m_failure = verdict(VerdictCode::InstallFailed,
                             QStringLiteral("The device says that its installation has failed"));
         confirm();
-    } else if (m_wish.road == Road::Registers && code == VerdictCode::SendFailed
-               && traffic.overdue == 0) {
-        // Every write was answered, the last one by a refusal: the device has not got the whole.
-        end(verdict(code, text));
-    } else if (m_isOrdered) {
+    } else if (m_isOrdered && !isWriteRefused) {
         // A word of the library about sending says nothing about what the device does now.
         if (code != VerdictCode::SendFailed)
             tellWarning(text);
