@@ -1,7 +1,9 @@
 #include "devicetext.h"
 
 #include "console.h"
+#include "process/logcapture.h"
 #include "show/printable.h"
+#include "steps.h"
 
 #include <velmarbizmodel/deviceconfigmanager.h>
 #include <velmarbizmodel/interfaceconfig.h>
@@ -13,15 +15,25 @@
 using namespace Velmar;
 using namespace Velmar::Host;
 
-std::optional<DeviceFacts> askForFacts(const DeviceAddress &address, const LogCapture &log)
+HostExitCode
+askDevice(const CommandLine &options,
+          const std::function<HostExitCode(const DeviceFacts &, const ModelNames &)> &tell)
 {
+    const auto address = options.deviceAddress();
+    if (!address)
+        return HostExitCode::Usage;
+    const LogCapture log(options.isGiven("verbose") ? printLogLine : nullptr);
+    const auto catalogue = useCatalogue(options);
+    if (!catalogue)
+        return HostExitCode::Usage;
     QString errorText;
-    auto facts = readDeviceFacts(address, AnswerLimit, errorText);
+    const auto facts = readDeviceFacts(*address, AnswerLimit, errorText);
     if (!facts) {
         complain(HostExitCode::Unreachable, errorText);
         printCause(log.lastLines());
+        return HostExitCode::Unreachable;
     }
-    return facts;
+    return tell(*facts, ModelNames(*catalogue));
 }
 
 QString deviceLine(const DeviceFacts &facts, const ModelNames &names)

@@ -1,22 +1,26 @@
 #ifndef VELMARUPGRADE_DEVICETEXT_H
 #define VELMARUPGRADE_DEVICETEXT_H
 
+#include "commandline.h"
 #include "device/devicefacts.h"
 #include "device/modelnames.h"
-#include "process/logcapture.h"
+#include "process/hostexitcode.h"
 
 #include <QJsonObject>
 #include <QString>
 
 #include <chrono>
-#include <optional>
+#include <functional>
 
 /*! For each step of a question to a device. */
 constexpr std::chrono::seconds AnswerLimit { 5 };
 
-/*! What the device at \a address is, or nothing with the error told. */
-std::optional<Velmar::Host::DeviceFacts> askForFacts(const Velmar::Host::DeviceAddress &address,
-                                                     const Velmar::Host::LogCapture &log);
+/*! Has \a tell tell about the device of \a options, whose models have \a names; its end, or that of
+    an error, which was told. */
+Velmar::Host::HostExitCode askDevice(
+    const CommandLine &options,
+    const std::function<Velmar::Host::HostExitCode(const Velmar::Host::DeviceFacts &facts,
+                                                   const Velmar::Host::ModelNames &names)> &tell);
 
 /*! What the device is, in one printable line. */
 QString deviceLine(const Velmar::Host::DeviceFacts &facts, const Velmar::Host::ModelNames &names);

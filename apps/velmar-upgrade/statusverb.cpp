@@ -4,9 +4,7 @@
 #include "device/devicefacts.h"
 #include "device/modelnames.h"
 #include "devicetext.h"
-#include "process/logcapture.h"
 #include "show/printable.h"
-#include "steps.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -44,30 +42,22 @@ State stateOf(const ProtoModel::Auxiliary::s_UpgradePercent &installation)
 
 HostExitCode statusVerb(const CommandLine &options)
 {
-    const auto address = options.deviceAddress();
-    if (!address)
-        return HostExitCode::Usage;
-    const LogCapture log(options.isGiven("verbose") ? printLogLine : nullptr);
-    const auto catalogue = useCatalogue(options);
-    if (!catalogue)
-        return HostExitCode::Usage;
-    const ModelNames names(*catalogue);
-    const auto facts = askForFacts(*address, log);
-    if (!facts)
-        return HostExitCode::Unreachable;
-    QString errorText;
-    const auto installation = readInstallation(*address, AnswerLimit, errorText);
-    if (!installation)
-        return complain(HostExitCode::Failed,
-                        QStringLiteral("The device does not tell its progress: %1").arg(errorText));
-    const auto state = stateOf(*installation);
-    if (options.isGiven("json")) {
-        auto object = deviceObject(*facts, names);
-        object.insert(QStringLiteral("state"), state.word);
-        object.insert(QStringLiteral("percent"), installation->rate);
-        print(QString::fromUtf8(printableJson(QJsonDocument(object).toJson())));
-    } else {
-        print(QStringLiteral("%1\n%2\n").arg(deviceLine(*facts, names), state.text));
-    }
-    return HostExitCode::Ok;
+    return askDevice(options, [&options](const DeviceFacts &facts, const ModelNames &names) {
+        QString errorText;
+        const auto installation = readInstallation(facts.address, AnswerLimit, errorText);
+        if (!installation)
+            return complain(
+                HostExitCode::Failed,
+                QStringLiteral("The device does not tell its progress: %1").arg(errorText));
+        const auto state = stateOf(*installation);
+        if (options.isGiven("json")) {
+            auto object = deviceObject(facts, names);
+            object.insert(QStringLiteral("state"), state.word);
+            object.insert(QStringLiteral("percent"), installation->rate);
+            print(QString::fromUtf8(printableJson(QJsonDocument(object).toJson())));
+        } else {
+            print(QStringLiteral("%1\n%2\n").arg(deviceLine(facts, names), state.text));
+        }
+        return HostExitCode::Ok;
+    });
 }

@@ -4,9 +4,7 @@
 #include "device/devicefacts.h"
 #include "device/modelnames.h"
 #include "devicetext.h"
-#include "process/logcapture.h"
 #include "show/printable.h"
-#include "steps.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -69,21 +67,12 @@ QJsonObject versionsObject(const DeviceFacts &facts, const ModelNames &names)
 
 HostExitCode versionsVerb(const CommandLine &options)
 {
-    const auto address = options.deviceAddress();
-    if (!address)
-        return HostExitCode::Usage;
-    const LogCapture log(options.isGiven("verbose") ? printLogLine : nullptr);
-    const auto catalogue = useCatalogue(options);
-    if (!catalogue)
-        return HostExitCode::Usage;
-    const ModelNames names(*catalogue);
-    const auto facts = askForFacts(*address, log);
-    if (!facts)
-        return HostExitCode::Unreachable;
-    if (options.isGiven("json"))
-        print(QString::fromUtf8(
-            printableJson(QJsonDocument(versionsObject(*facts, names)).toJson())));
-    else
-        print(versionsText(*facts, names));
-    return HostExitCode::Ok;
+    return askDevice(options, [&options](const DeviceFacts &facts, const ModelNames &names) {
+        if (options.isGiven("json"))
+            print(QString::fromUtf8(
+                printableJson(QJsonDocument(versionsObject(facts, names)).toJson())));
+        else
+            print(versionsText(facts, names));
+        return HostExitCode::Ok;
+    });
 }

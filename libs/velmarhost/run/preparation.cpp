@@ -3,6 +3,8 @@
 #include "device/devicelock.h"
 #include "package/packagecheck.h"
 
+#include <QElapsedTimer>
+
 #include <algorithm>
 #include <utility>
 
@@ -11,6 +13,8 @@ namespace Velmar::Host {
 namespace {
 
 constexpr std::chrono::seconds AnswerLimit { 5 }; // for each of the few questions to the device
+constexpr int TryCount = 3;
+constexpr int TryMs = 5000; // no further try behind that
 
 Verdict refusal(const std::vector<PackageFinding> &findings, const PackageFinding &first)
 {
@@ -112,7 +116,11 @@ bool Preparation::askDevice()
 {
     tell([this] { Q_EMIT signalPhase(Phase::Planning); });
     QString errorText;
-    m_facts = readDeviceFacts(m_order.device, AnswerLimit, errorText);
+    // Nothing is repeated in there, and a connection that breaks once is no reason to give up.
+    QElapsedTimer elapsed;
+    elapsed.start();
+    for (int tries = 0; !m_facts && tries < TryCount && !elapsed.hasExpired(TryMs); ++tries)
+        m_facts = readDeviceFacts(m_order.device, AnswerLimit, errorText);
     if (!m_facts)
         m_refusal = verdict(VerdictCode::Unreachable, errorText);
     return m_facts.has_value();
