@@ -16,18 +16,18 @@ struct Scenario {
     bool isInstalled;
 };
 
-// The example's image has about 2.9 million bytes. The first connection is that of the session, which
-// reads what the device is; the library's traffic follows on it.
+// The example's image has about 2.9 million bytes. On the first connection the host reads what the
+// device is; the second is that of its worker.
 const std::vector<Scenario> Scenarios {
     { "nothing", { "--at", "0" }, true, true },
     { "reset before the first byte", { "--fault", "reset" }, false, false },
     { "closed before the first byte", { "--fault", "close" }, false, false },
     { "reset within the image",
-      { "--fault", "reset", "--at", "1000000", "--connection", "1" },
+      { "--fault", "reset", "--at", "1000000", "--connection", "2" },
       false,
       false },
     { "closed within the image",
-      { "--fault", "close", "--at", "1000000", "--connection", "1" },
+      { "--fault", "close", "--at", "1000000", "--connection", "2" },
       false,
       false },
     { "reset within the answer to a read, which is repeated",
