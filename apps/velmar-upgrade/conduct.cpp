@@ -36,7 +36,7 @@ UpgradeSettings settingsOf(const CommandLine &options, Goal goal)
         return settings;
     settings.timeLimit = options.timeLimit();
     settings.returnLimit = std::chrono::seconds(options.number("return-timeout"));
-    if (goal == Goal::Upgrade)
+    if (options.isSet("stall-timeout"))
         settings.silenceLimit = std::chrono::seconds(options.number("stall-timeout"));
     return settings;
 }

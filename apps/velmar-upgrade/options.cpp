@@ -30,6 +30,12 @@ constexpr Option ReturnTimeout =
         .number("SECONDS", 1, 86400)
         .orElse("300")
         .setting("VELMAR_RETURN_TIMEOUT");
+constexpr Option StallTimeout =
+    Option("stall-timeout",
+           "Give up when nothing is heard of the device for so long; unless set, 60 seconds, or "
+           "over the native link 150 while it checks what it got and 120 while it installs.")
+        .number("SECONDS", 1, 86400)
+        .setting("VELMAR_STALL_TIMEOUT");
 constexpr Option Section =
     Option("section", "Upgrade sections of this name alone.").value("NAME").repeatable();
 constexpr Option Card =
@@ -125,11 +131,7 @@ constexpr Option RunOptions[] = {
     File,
     Compatibility,
     HttpHost,
-    Option("stall-timeout",
-           "With --road http: give up when nothing is heard of the device for so long.")
-        .number("SECONDS", 1, 86400)
-        .orElse("60")
-        .setting("VELMAR_STALL_TIMEOUT"),
+    StallTimeout,
     Option("yes", "Do not ask before the upgrade. Needed where the input is no terminal."),
     Timeout,
     ReturnTimeout,
@@ -139,9 +141,9 @@ constexpr Option RunOptions[] = {
 
 constexpr const char *WatchUsage[] = { "--device HOST[:PORT] [options]" };
 constexpr Option WatchOptions[] = {
-    Device,  Option("restart", "Restart also a device whose installation has ended before."),
-    Timeout, ReturnTimeout,
-    Json,
+    Device,        Option("restart", "Restart also a device whose installation has ended before."),
+    Timeout,       StallTimeout,
+    ReturnTimeout, Json,
 };
 
 constexpr const char *StatusUsage[] = { "--device HOST[:PORT] [options]" };

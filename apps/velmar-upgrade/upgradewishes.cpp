@@ -4,8 +4,6 @@
 #include "show/printable.h"
 #include "steps.h"
 
-#include <vector>
-
 using namespace Velmar;
 using namespace Velmar::Host;
 
@@ -18,7 +16,7 @@ bool isUsageError(const QString &sentence)
 }
 
 /*! Whether the options that depend on the road are in order; tells the error if not. */
-bool isRoadInOrder(const CommandLine &options, Goal goal, Road road)
+bool isRoadInOrder(const CommandLine &options, Road road)
 {
     if (road == Road::Registers && (options.isGiven("section") || options.isGiven("card")))
         return !isUsageError(
@@ -26,10 +24,7 @@ bool isRoadInOrder(const CommandLine &options, Goal goal, Road road)
                            "--section and --card out"));
     if (road == Road::Http)
         return true;
-    std::vector<const char *> httpOptions { "file", "compatibility", "http-host" };
-    if (goal == Goal::Upgrade) // nothing stalls while a plan is made
-        httpOptions.push_back("stall-timeout");
-    for (const char *option : httpOptions) {
+    for (const char *option : { "file", "compatibility", "http-host" }) {
         if (options.isGiven(option))
             return !isUsageError(
                 QStringLiteral("--%1 is for --road http alone").arg(QLatin1String(option)));
@@ -81,7 +76,7 @@ bool takeOptions(const CommandLine &options, UpgradeWish &wish)
             QStringLiteral("No package is named: give PACKAGE, or --plan FILE. See "
                            "velmar-upgrade run --help"));
     wish.road = *roadOf(options.value("road"));
-    if (!isRoadInOrder(options, wish.goal, wish.road))
+    if (!isRoadInOrder(options, wish.road))
         return false;
     wish.wish = { options.values("section"), options.values("card") };
     wish.packagePath = libraryPath(options.argument());

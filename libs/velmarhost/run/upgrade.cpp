@@ -19,6 +19,8 @@ using ProtoModel::Auxiliary::s_UpgradePercent;
 // fails as well is better looked at by a person.
 constexpr int WorkerLimit = 4;
 
+constexpr std::chrono::minutes HttpSilenceLimit { 1 };
+
 constexpr int CauseCount = 5;
 constexpr int InstallationFailed = 3; // result of an upgrade.progress
 
@@ -51,8 +53,10 @@ std::chrono::seconds silenceOf(Phase phase, const UpgradeSettings &settings)
     switch (phase) {
     case Phase::Planning:
     case Phase::Preparing:
-    case Phase::Installing:
         return std::chrono::minutes(2);
+    case Phase::Installing:
+        return std::chrono::duration_cast<std::chrono::seconds>(
+            settings.silenceLimit.value_or(std::chrono::minutes(2)));
     case Phase::Restarting:
         return std::chrono::duration_cast<std::chrono::seconds>(settings.returnLimit);
     case Phase::Copying:
@@ -62,6 +66,16 @@ std::chrono::seconds silenceOf(Phase phase, const UpgradeSettings &settings)
         break;
     }
     return std::chrono::seconds(0);
+}
+
+DeadlineLimits limitsOf(Road road, const UpgradeSettings &settings)
+{
+    DeadlineLimits limits;
+    // Over HTTP the worker watches the service, and ends in a way behind which the device is asked
+    // for its versions.
+    if (settings.silenceLimit && road != Road::Http)
+        limits.sending = limits.storing = limits.installing = *settings.silenceLimit;
+    return limits;
 }
 
 QString stateText(int result)
@@ -110,7 +124,8 @@ void Upgrade::start()
 {
     m_elapsed.start();
     m_state = State::Preparing;
-    m_deadlines = std::make_unique<Deadlines>(m_wish.road, m_settings.timeLimit);
+    m_deadlines = std::make_unique<Deadlines>(m_wish.road, m_settings.timeLimit,
+                                              limitsOf(m_wish.road, m_settings));
     connect(m_deadlines.get(), &Deadlines::signalExpired, this,
             [this](VerdictCode code, const QString &text) { end(verdict(code, text)); });
     connect(m_deadlines.get(), &Deadlines::signalPutOff, this, &Upgrade::tellWarning);
@@ -238,7 +253,7 @@ void Upgrade::startWorker(WorkerMode mode)
     order.keyFilePath = m_wish.keyFilePath;
     order.wish = m_wish.wish;
     order.upload = m_wish.upload;
-    order.silenceLimit = m_settings.silenceLimit;
+    order.silenceLimit = m_settings.silenceLimit.value_or(HttpSilenceLimit);
     // Behind a run that was lost, the device has to be brought to its end however far it is.
     order.mayRestart = m_wish.mayRestart || m_wish.goal != Goal::Watch;
     std::vector<int> descriptors;
@@ -369,7 +384,9 @@ void Upgrade::slotWorkerRefused(VerdictCode code, const QString &text)
     // Behind an order, nothing to watch means that the device has restarted.
     if (hasWatchedNothing && m_isOrdered)
         confirm();
-    else if (hasWatchedNothing)
+    else if (hasWatchedNothing || code == VerdictCode::SendFailed)
+        // An upload that was refused, or broke off: the device installs nothing, also where all of
+        // it had gone out.
         end(verdict(code, text));
     else
         judgeFailure(code, text);
@@ -474,9 +491,14 @@ void Upgrade::confirm()
 
 void Upgrade::slotConfirmed(const Verdict &verdict)
 {
-    // The device's own word about its installation weighs more than versions, which may be as they
-    // were before.
-    end(m_failure ? *m_failure : verdict);
+    const auto versions = sectionVersions();
+    const bool hasChanged =
+        std::any_of(versions.begin(), versions.end(), [](const SectionVersion &section) {
+            return !section.after.isEmpty() && section.after != section.before;
+        });
+    // The device's own word about its installation weighs more than versions that are as they were
+    // before; where they are not, the word was about an older installation.
+    end(m_failure && !hasChanged ? *m_failure : verdict);
 }
 
 bool Upgrade::isBehindEnd(const QString &text) const

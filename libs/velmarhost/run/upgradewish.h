@@ -42,7 +42,8 @@ struct UpgradeWish {
 struct UpgradeSettings {
     std::chrono::milliseconds timeLimit { std::chrono::hours(1) }; //!< of the whole
     std::chrono::milliseconds returnLimit { std::chrono::minutes(5) }; //!< until the device is back
-    std::chrono::milliseconds silenceLimit { std::chrono::minutes(1) }; //!< of the HTTP service
+    std::optional<std::chrono::milliseconds> silenceLimit; //!< until a device that is not heard of
+        //!< is given up; a time that goes by road and phase unless set
     qint64 workerMemory = 512LL * 1024 * 1024; //!< bytes
     QString workFolder; //!< for private copies; empty: the default one
 };
