@@ -315,7 +315,7 @@ private Q_SLOTS:
                 scenes.push_back({ at + 2000, has("1.0.0.0") });
             }
             return scenes;
-        }() << "not-returned" << 300000;
+        }() << "not-returned" << 304000; // it first goes away at 4000
         QTest::newRow("back late")
             << native() << Scenes { { 0, away() }, { 299500, has("1.1.0.0") } } << "confirmed"
             << 301500;
@@ -351,6 +351,16 @@ private Q_SLOTS:
             << native()
             << Scenes { { 0, away() }, { 5000, noVersions() }, { 20000, has("1.1.0.0") } }
             << "confirmed" << 22000;
+        QTest::newRow("installs for longer than it may be away")
+            << over(Road::Http, native())
+            << Scenes { { 0, has("1.0.0.0", Installing) },
+                        { 330000, away() },
+                        { 340000, has("1.1.0.0", none) } }
+            << "confirmed" << 342000;
+        QTest::newRow("installs for long, and stays away")
+            << over(Road::Http, native())
+            << Scenes { { 0, has("1.0.0.0", Installing) }, { 200000, away() } } << "not-returned"
+            << 500000;
         QTest::newRow("still installing")
             << native() << Scenes { { 0, has("1.0.0.0", Installing) } } << "no-progress" << 345000;
     }

@@ -73,6 +73,9 @@ void ConfirmationJudge::note(const DeviceLook &look, Time now)
         && look.serial == m_look->serial && look.installation == m_look->installation
         && versions == m_versions;
     const bool wasAnswering = m_look && isOwnDevice();
+    // A device that installs before it restarts may be there for longer than it may be away.
+    if (wasAnswering && !m_leaving && look.kind == DeviceLook::Kind::Away)
+        m_leaving = now;
     m_look = look;
     m_versions = versions;
     if (!isAlike) {
@@ -93,7 +96,9 @@ void ConfirmationJudge::note(const DeviceLook &look, Time now)
 
 std::optional<Verdict> ConfirmationJudge::verdictAt(Time now) const
 {
-    const auto end = isOwnDevice() ? m_order.limit + m_times.grace + m_times.settle : m_order.limit;
+    auto end = m_leaving.value_or(Time(0)) + m_order.limit;
+    if (isOwnDevice())
+        end += m_times.grace + m_times.settle;
     const auto ready = readyVerdictAt(now);
     return ready || now < end ? ready : finalVerdictAt(now);
 }

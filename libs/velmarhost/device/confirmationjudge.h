@@ -22,8 +22,9 @@ struct ConfirmationOrder {
     std::vector<PlannedSection> sections; //!< empty: nothing is known of what it should get
     bool hasTakenRestart = true; //!< it was ordered to restart, or does so by itself
     Road road = Road::Native;
-    std::chrono::milliseconds limit { std::chrono::minutes(5) }; //!< for it to come back; then it
-        //!< gets grace and settle of the times to tell steady versions
+    std::chrono::milliseconds limit { std::chrono::minutes(5) }; //!< for it to come back, from the
+        //!< start or since it was first seen to go away; then it gets grace and settle of the
+        //!< times to tell steady versions
 };
 
 /*! How patient a host is behind an upgrade. */
@@ -87,6 +88,7 @@ private:
     VersionComparison m_comparison; // of its versions, if it has some
     Time m_since { 0 }; // since when all looks have been alike
     Time m_answering { 0 }; // since when the device has answered as itself without a break
+    std::optional<Time> m_leaving; // when it was first seen to go away
     bool m_wasInterrupted = false; // a connection ended, or the device was away
     bool m_hasForgotten = false; // for certain: the device has restarted
     bool m_remembers = false; // for certain, at the last look: it has not
