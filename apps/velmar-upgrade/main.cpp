@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <iterator>
 
 using namespace Velmar::Host;
@@ -37,6 +38,8 @@ int main(int argc, char **argv)
     if (!options)
         return static_cast<int>(code);
     const QCoreApplication application(argc, argv);
+    // A file that gets too large for a limit of the system is an error that is told, as a full disk.
+    std::signal(SIGXFSZ, SIG_IGN);
     // Not for people, and so in no help: each upgrade runs in a process that the program starts
     // of itself.
     if (options->verb()->isHidden)
