@@ -6,6 +6,7 @@
 #include "upgradeclientproxy.h"
 
 #include <QFile>
+#include <QNetworkAccessManager>
 #include <QNetworkProxy>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -294,6 +295,28 @@ private Q_SLOTS:
         QCOMPARE(listener.faults, QStringList(fault));
         QCOMPARE(listener.heard, QStringList());
         QCOMPARE(m_server->count(PollPath), 0);
+    }
+
+    // Qt sends a request once more if the connection ends before an answer. A device that has the first
+    // one refuses the second, while it installs.
+    void refusedWhenSentAgain()
+    {
+        m_server->queue(UploadPath, ScriptedHttpServer::closeWithoutAnswer());
+        m_server->always(UploadPath, ScriptedHttpServer::answer("", "409 Conflict"));
+        // A connection to another test's server would be tried, and count as the first time.
+        const auto managers = client()->findChildren<QNetworkAccessManager *>();
+        for (QNetworkAccessManager *manager : managers)
+            manager->clearConnectionCache();
+        HttpGuard guard(ProgressForm::Newer, 8);
+        Listener listener(&guard);
+        upload();
+        QVERIFY(listener.waitForFault());
+        QCOMPARE(
+            listener.faults,
+            QStringList("device-lost: The device refuses the file, which was sent to it twice: "
+                        "409 Conflict"));
+        QCOMPARE(m_server->count(UploadPath), 2);
+        QCOMPARE(listener.heard, QStringList());
     }
 
     void noService()

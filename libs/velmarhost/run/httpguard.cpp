@@ -184,8 +184,12 @@ void HttpGuard::adopt(QNetworkReply *reply)
     // The library would tell an upload's end by this one.
     disconnect(reply, SIGNAL(error(QNetworkReply::NetworkError)), m_client, nullptr);
     connect(reply, &QNetworkReply::uploadProgress, this, [this](qint64 sent, qint64 total) {
-        m_hasSentSome = m_hasSentSome || sent > 0;
-        m_hasSentAll = m_hasSentAll || (total > 0 && sent >= total);
+        if (sent <= 0 || total <= 0) // an upload that ends without an answer tells this, too
+            return;
+        m_hasSentSome = true;
+        // Qt sends a request once more if the connection ends without an answer.
+        m_isSentAgain = m_hasSentAll;
+        m_hasSentAll = m_hasSentAll || sent >= total;
     });
     connect(reply, &QNetworkReply::metaDataChanged, this,
             [this, reply, request] { checkStatus(*reply, request); });
@@ -223,6 +227,10 @@ bool HttpGuard::checkStatus(const QNetworkReply &reply, Request request)
         tellFault(
             VerdictCode::BadAnswer,
             QStringLiteral("The device answers the question for its progress with %1").arg(told));
+    else if (status >= FirstErrorStatus && m_isSentAgain) // it may be installing the first one
+        tellFault(VerdictCode::DeviceLost,
+                  QStringLiteral("The device refuses the file, which was sent to it twice: %1")
+                      .arg(told));
     else if (status >= FirstErrorStatus)
         tellFault(VerdictCode::SendFailed,
                   QStringLiteral("The device refuses the file: %1").arg(told));

@@ -91,6 +91,7 @@ private:
     std::vector<QPointer<QNetworkAccessManager>> m_managers;
     bool m_hasSentSome = false; // of the upload
     bool m_hasSentAll = false;
+    bool m_isSentAgain = false; // behind a connection that took all of it
     bool m_isProgressRead = false;
     bool m_isOver = false;
 };

@@ -406,14 +406,15 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
     const auto &traffic = m_worker->traffic();
     m_isOrdered = m_isOrdered || traffic.isOrdered
         || (m_wish.goal == Goal::Watch && m_phase == Phase::Installing);
-    // Every write was answered, the last one by a refusal: the device has not got the whole.
-    const bool isWriteRefused =
-        m_wish.road == Road::Registers && code == VerdictCode::SendFailed && traffic.overdue == 0;
+    // Every write was answered, the last one by a refusal, or the HTTP service has refused the file: the
+    // device has not got the whole.
+    const bool isRefused = code == VerdictCode::SendFailed
+        && (m_wish.road == Road::Http || (m_wish.road == Road::Registers && traffic.overdue == 0));
     if (traffic.isEndTold && traffic.result == InstallationFailed) {
         m_failure = verdict(VerdictCode::InstallFailed,
                             QStringLiteral("The device says that its installation has failed"));
         confirm();
-    } else if (m_isOrdered && !isWriteRefused) {
+    } else if (m_isOrdered && !isRefused) {
         // A word of the library about sending says nothing about what the device does now.
         if (code != VerdictCode::SendFailed)
             tellWarning(text);
