@@ -42,85 +42,70 @@ const Names SdiCardBoard2 {
 const Names Everything =
     DataFiles + MainMcu + RestOfMain + Edid + RestOfHdmiCard + SdiCardBoard1 + SdiCardBoard2;
 
-/*! How velmar-upgrade ends. */
-struct End {
-    int exitCode;
-    QString out; //!< last line of the output; of a success alone
-    QString err; //!< first line of the errors
-    QString advice; //!< last line of the errors
-};
-
-const QString NotInstalledAdvice =
-    "  advice: the device has installed nothing; upgrade again once the cause is removed";
-const QString AgainAdvice = "  advice: upgrade again when the device is back";
-
-const End Upgraded { 0, "Upgrade successful,device is restarting.", "", "" };
-const End NotRestarted { 0, "Upgrade successful,please restart the device manually.", "", "" };
-const End NotAnnounced { 1, "",
-                         "velmar-upgrade: Failed to import upgrade file,device is restarting.",
-                         NotInstalledAdvice };
-const End NotSent { 1, "", "velmar-upgrade: Failed to import upgrade file,device is restarting.",
-                    AgainAdvice };
-const End NotConfigured { 1, "",
-                          "velmar-upgrade: Failed to set upgrade config,device is restarting.",
-                          AgainAdvice };
-const End NotInstalled { 1, "",
-                         "velmar-upgrade: Failed to get upgrade progress,device is restarting.",
-                         AgainAdvice };
-
 /*! An upgrade of a simulated device, and how it has to end. */
 struct Scenario {
     const char *name;
     QStringList deviceArguments;
     QStringList arguments;
-    const End &end;
+    QString end; //!< exit code and the verdict's word
     Names installed;
     int readyCount; //!< how many times hosts could connect to the device
 };
 
-Scenario withFault(const char *name, const QString &fault, const End &end, const Names &installed,
-                   int readyCount)
+const QString Confirmed = "0 confirmed";
+const QString NotSent = "1 send-failed";
+
+Scenario withFault(const char *name, const QString &fault, const QString &end,
+                   const Names &installed, int readyCount)
 {
     return { name, { "--fault", fault }, {}, end, installed, readyCount };
 }
 
+// A device is restarted if it has told the end of an installation, and never else.
 const std::vector<Scenario> Scenarios {
-    { "everything", {}, {}, Upgraded, Everything, 2 },
+    { "everything", {}, {}, Confirmed, Everything, 2 },
     { "section by name, on a card by slot, with its data files",
       {},
       { "--section", "MCU", "--card", "main" },
-      Upgraded,
+      Confirmed,
       MainMcu + DataFiles,
       2 },
-    { "section by name", {}, { "--section", "EDID" }, Upgraded, Edid, 2 },
-    { "card by slot", {}, { "--card", "3" }, Upgraded, SdiCardBoard2, 2 },
-    { "device without cards", { "--no-cards" }, {}, Upgraded, MainMcu + DataFiles + RestOfMain, 2 },
-    withFault("announcement refused", "refuse-announce", NotAnnounced, {}, 2),
-    withFault("connection cut before the first byte", "cut-transfer=0", NotAnnounced, {}, 2),
-    withFault("connection cut at half", "cut-transfer=50", NotSent, {}, 2),
-    withFault("connection cut behind the last byte", "cut-transfer=100", NotSent, {}, 2),
-    withFault("configuration refused", "refuse-configure", NotConfigured, {}, 2),
-    withFault("first look at the progress lost", "drop-progress=1", Upgraded, Everything, 2),
-    withFault("second look refused", "refuse-progress=2", NotInstalled, Everything, 2),
-    withFault("installation fails", "install-fails=50", NotInstalled, {}, 2),
-    withFault("power cut before the device is bound to complete", "power-cut=3", NotInstalled, {},
-              3),
-    withFault("power cut when the device is bound to complete", "power-cut=5", Upgraded, Everything,
-              3),
-    withFault("restart refused", "refuse-restart", NotRestarted, Everything, 1),
-    withFault("no return from the restart", "no-return", Upgraded, Everything, 1),
-    withFault("slow link", "slow-link=4000000", Upgraded, Everything, 2),
+    { "section by name", {}, { "--section", "EDID" }, Confirmed, Edid, 2 },
+    { "card by slot", {}, { "--card", "3" }, Confirmed, SdiCardBoard2, 2 },
+    { "device without cards",
+      { "--no-cards" },
+      {},
+      Confirmed,
+      MainMcu + DataFiles + RestOfMain,
+      2 },
+    withFault("announcement refused", "refuse-announce", NotSent, {}, 1),
+    withFault("connection cut before the first byte", "cut-transfer=0", NotSent, {}, 1),
+    withFault("connection cut at half", "cut-transfer=50", NotSent, {}, 1),
+    withFault("connection cut behind the last byte", "cut-transfer=100", NotSent, {}, 1),
+    withFault("configuration refused", "refuse-configure", NotSent, {}, 1),
+    withFault("first look at the progress lost", "drop-progress=1", Confirmed, Everything, 2),
+    withFault("second look refused", "refuse-progress=2", Confirmed, Everything, 2),
+    withFault("installation fails", "install-fails=50", "1 install-failed", {}, 2),
+    withFault("power cut before the device is bound to complete", "power-cut=3", "1 install-failed",
+              {}, 2),
+    withFault("power cut when the device is bound to complete", "power-cut=5", Confirmed,
+              Everything, 2),
+    withFault("restart refused", "refuse-restart", "5 not-restarted", Everything, 1),
+    withFault("no return from the restart", "no-return", "5 not-returned", Everything, 1),
+    withFault("slow link", "slow-link=4000000", Confirmed, Everything, 2),
 };
 
 /*! The processes of a scenario. */
 struct Cast {
     explicit Cast(const QStringList &deviceArguments)
         : device(deviceArguments)
+        , packageBefore(package.files())
     {
     }
 
     DeviceProgram device;
     ExamplePackage package;
+    QStringList packageBefore;
     std::unique_ptr<UpgradeProgram> upgrade;
 };
 
@@ -144,7 +129,7 @@ private Q_SLOTS:
             QVERIFY2(cast.device.waitForReady(), Scenarios.at(i).name);
             cast.upgrade = std::make_unique<UpgradeProgram>(
                 QStringList { "run", cast.package.path(), "--device", cast.device.address(),
-                              "--yes" }
+                              "--yes", "--json", "--return-timeout", "10" }
                 + Scenarios.at(i).arguments);
         }
         for (std::size_t i = 0; i < Scenarios.size(); ++i) {
@@ -166,13 +151,9 @@ private Q_SLOTS:
         QFETCH(int, index);
         const auto &told = Scenarios.at(std::size_t(index));
         auto &cast = *m_casts.at(std::size_t(index));
-        const auto run = cast.upgrade->finish();
-
-        if (told.end.exitCode == 0)
-            QCOMPARE(run.out.trimmed().section('\n', -1), told.end.out);
-        QCOMPARE(run.err.section('\n', 0, 0), told.end.err);
-        QCOMPARE(run.err.trimmed().section('\n', -1), told.end.advice);
-        QCOMPARE(run.exitCode, told.end.exitCode);
+        const auto run = cast.upgrade->finishTold();
+        QCOMPARE(run.end(), told.end);
+        QCOMPARE(cast.package.files(), cast.packageBefore);
 
         QVERIFY(cast.device.waitForReady(told.readyCount));
         Files installed;
@@ -199,20 +180,12 @@ private Q_SLOTS:
         const QStringList arguments { "run",   package.path(), "--device", device.address(),
                                       "--yes", "--section",    "SDI" };
 
-        const auto without = UpgradeProgram::run(arguments);
-        QCOMPARE(without.err.section('\n', 0, 0),
-                 QStringLiteral("velmar-upgrade: Failed to recombine upgrade file"));
-        QVERIFY2(without.err.contains("\n  cause: Decrypt file failed.\n"),
-                 qPrintable(without.err));
-        QVERIFY(without.err.endsWith("  advice: the device has installed nothing; upgrade again "
-                                     "once the cause is removed\n"));
-        QCOMPARE(without.exitCode, 1);
-        QVERIFY(device.installedFiles().isEmpty());
+        QCOMPARE(UpgradeProgram::told(arguments).end(), QStringLiteral("3 package-refused"));
+        QCOMPARE(device.operations(), QStringList());
 
-        const auto with =
-            UpgradeProgram::run(arguments + QStringList { "--key-file", key.fileName() });
-        QCOMPARE(with.err, QString());
-        QCOMPARE(with.exitCode, 0);
+        QCOMPARE(
+            UpgradeProgram::told(arguments + QStringList { "--key-file", key.fileName() }).end(),
+            Confirmed);
         QCOMPARE(device.installedFiles().value("/firmware/cards/7802/board2-sdi.bin"),
                  exampleFile("dp-sdi-input/SDI.dat"));
     }
@@ -225,13 +198,8 @@ private Q_SLOTS:
         const auto before = package.files();
         const QStringList arguments { "run",   package.path(), "--device", device.address(),
                                       "--yes", "--section",    "Kernel" };
-        QCOMPARE(UpgradeProgram::run(arguments).exitCode, 1);
-        QVERIFY(package.files().contains("upgrade")); // stays behind a failed transfer
-        QVERIFY(device.waitForReady(2));
-
-        const auto again = UpgradeProgram::run(arguments);
-        QCOMPARE(again.err, QString());
-        QCOMPARE(again.exitCode, 0);
+        QCOMPARE(UpgradeProgram::told(arguments).end(), NotSent);
+        QCOMPARE(UpgradeProgram::told(arguments).end(), Confirmed);
         QCOMPARE(package.files(), before);
         QCOMPARE(device.installedFiles().value("/boot/kernel.bin"),
                  exampleFile("controller/kernel.bin"));

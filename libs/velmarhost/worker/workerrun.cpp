@@ -155,7 +155,12 @@ void WorkerRun::openSession()
     m_link = std::make_shared<GuardedLink>(
         std::make_shared<SSProxy::SocketLink>(m_order.device.host, m_order.device.port),
         GuardedLink::Hooks {
-            [this] { return imageFault(); },
+            [this] {
+                auto fault = imageFault();
+                if (fault.isEmpty()) // a refusal from here on is no matter of the image
+                    tellPhase(Phase::Sending);
+                return fault;
+            },
             [this](const LinkTraffic &told) { announceOrder(told.isRestartOrdered); },
         });
     QString errorText;
