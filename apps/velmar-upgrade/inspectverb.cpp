@@ -89,6 +89,13 @@ HostExitCode inspectVerb(const CommandLine &options)
         return HostExitCode::Usage;
     const ModelNames names(*catalogue);
 
+    const auto modelText = options.value("model");
+    const auto model = hasModel ? names.findDeviceModel(modelText) : std::nullopt;
+    if (hasModel && !model)
+        return complain(HostExitCode::Usage,
+                        QStringLiteral("--model: there is no device model \"%1\". There are: %2")
+                            .arg(printable(modelText), printable(names.deviceModels())));
+
     const QString folder = libraryPath(options.argument());
     if (QFileInfo(folder).isFile())
         return inspectImageFile(folder, options, log);
@@ -132,14 +139,7 @@ HostExitCode inspectVerb(const CommandLine &options)
                   .arg(names.describe(session->device()->modelId()), address->toString()),
               deviceObject(*session, *address, names), true },
             offeredParts(parse.units(), *session->device()));
-    } else if (hasModel) {
-        const auto modelText = options.value("model");
-        const auto model = names.findDeviceModel(modelText);
-        if (!model)
-            return complain(
-                HostExitCode::Usage,
-                QStringLiteral("--model: there is no device model \"%1\". There are: %2")
-                    .arg(printable(modelText), printable(names.deviceModels())));
+    } else if (model) {
         PackageParse parse(path);
         if (!finishParse(parse, model, ParseLimit, log))
             code = HostExitCode::PackageRefused;

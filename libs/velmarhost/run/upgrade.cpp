@@ -206,6 +206,11 @@ void Upgrade::leave()
         end(verdict(VerdictCode::Left,
                     QStringLiteral("The firmware is still being written, by a process that goes on "
                                    "without you")));
+    } else if (m_state == State::Working && !isOrdered && m_wish.goal != Goal::Watch
+               && !std::exchange(m_isLeaving, true)) {
+        // The order to install may be given already and not yet heard of: the end of the worker
+        // brings the last that it told.
+        m_worker->kill();
     } else if (isOrdered || m_wish.goal == Goal::Watch) {
         end(verdict(
             VerdictCode::Left,
@@ -217,8 +222,9 @@ void Upgrade::leave()
 
 bool Upgrade::isWritingRegisters() const
 {
+    // The phase is told before the first write goes out, and the traffic behind it.
     return m_state == State::Working && m_wish.road == Road::Registers
-        && m_worker->traffic().isOrdered;
+        && (m_phase == Phase::Sending || m_worker->traffic().isOrdered);
 }
 
 bool Upgrade::isWorkerLeft() const
@@ -356,6 +362,10 @@ void Upgrade::slotWorkerEnded(bool result, const QString &text)
     if (isBehindEnd(text))
         return;
     m_sentBytes += m_worker->traffic().sentBytes;
+    if (m_isLeaving) {
+        leave();
+        return;
+    }
     // The library's last text speaks of a restart that the host may have kept from the device.
     tellLog(QtInfoMsg, text);
     if (!result) {
@@ -379,6 +389,10 @@ void Upgrade::slotWorkerRefused(VerdictCode code, const QString &text)
     if (isBehindEnd(text))
         return;
     m_sentBytes += m_worker->traffic().sentBytes;
+    if (m_isLeaving) {
+        leave();
+        return;
+    }
     const bool hasWatchedNothing =
         code == VerdictCode::NothingToDo || code == VerdictCode::InstallFailed;
     // Behind an order, nothing to watch means that the device has restarted.
@@ -397,6 +411,10 @@ void Upgrade::slotWorkerDied(const QString &why)
     if (isBehindEnd(why))
         return;
     m_sentBytes += m_worker->traffic().sentBytes;
+    if (m_isLeaving) {
+        leave();
+        return;
+    }
     judgeFailure(VerdictCode::WorkerDied,
                  QStringLiteral("The upgrade's process has ended: ") + why);
 }
@@ -481,7 +499,14 @@ void Upgrade::confirm()
     order.hasTakenRestart = m_wish.road != Road::Native || m_worker->traffic().isRestartOrdered;
     order.road = m_wish.road;
     order.limit = m_settings.returnLimit;
-    m_confirmation = std::make_unique<Confirmation>(std::move(order));
+    ConfirmationTimes times;
+    if (!order.hasTakenRestart) {
+        // A restart that was not ordered hardly comes, and nothing is said of the versions without
+        // one: there is no need to wait longer than was asked for.
+        times.grace = std::min(times.grace, m_settings.returnLimit);
+        times.settle = std::min(times.settle, m_settings.returnLimit);
+    }
+    m_confirmation = std::make_unique<Confirmation>(std::move(order), times);
     connect(m_confirmation.get(), &Confirmation::signalReturned, this,
             [this] { enter(Phase::Confirming); });
     connect(m_confirmation.get(), &Confirmation::signalStatus, this,

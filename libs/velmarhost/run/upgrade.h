@@ -148,6 +148,7 @@ private:
     int m_workers = 0; // started so far
     bool m_isOrdered = false; // by a former worker of this run: the device may be installing
     bool m_isStopping = false; // the worker was asked to stop
+    bool m_isLeaving = false; // the worker is being killed for it
     bool m_isWorkerLeft = false;
     QStringList m_causes; // the last lines of the worker's log
 };
