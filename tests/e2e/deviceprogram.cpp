@@ -201,7 +201,7 @@ DeviceAftermath DeviceProgram::aftermath() const
     const QJsonObject state = record();
     const QJsonObject installation = state.value(QLatin1String("installation")).toObject();
     aftermath.isBricked = state.value(QLatin1String("bricked")).toBool();
-    aftermath.isRunning = m_process.state() == QProcess::Running;
+    aftermath.isRunning = m_process.state() != QProcess::NotRunning;
     aftermath.installations = state.value(QLatin1String("runs")).toInt();
     aftermath.result = installation.value(QLatin1String("result")).toInt();
     aftermath.isInstalling = !installation.isEmpty()

@@ -2,6 +2,7 @@
 
 #include "hostprocess.h"
 #include "programs.h"
+#include "sidebyside.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -11,11 +12,8 @@
 #include <QThread>
 #include <QtTest>
 
-#include <algorithm>
-#include <atomic>
 #include <csignal>
 #include <memory>
-#include <thread>
 #include <utility>
 
 namespace {
@@ -283,16 +281,9 @@ Proof::Proof(Trial::Road road, std::vector<ProofRow> rows, int network)
 
 void Proof::run()
 {
-    std::atomic<std::size_t> next { 0 };
-    const auto work = [this, &next] {
-        for (std::size_t i = next++; i < m_rows.size(); i = next++)
-            m_outcomes.at(i) = Attempt(m_rows.at(i), m_road, m_network, int(i) + 1).make();
-    };
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < std::min(SideBySide, m_rows.size()); ++i)
-        threads.emplace_back(work);
-    for (auto &thread : threads)
-        thread.join();
+    workSideBySide(m_rows.size(), SideBySide, [this](std::size_t i) {
+        m_outcomes.at(i) = Attempt(m_rows.at(i), m_road, m_network, int(i) + 1).make();
+    });
 }
 
 void Proof::check(std::size_t index) const

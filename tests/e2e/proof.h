@@ -42,7 +42,7 @@ struct ProofRow {
     int restarts; //!< of the device
     qint64 kernelSize =
         0; //!< bytes of a file of the package, if it is to be larger than usual: the
-        //!< system takes several MiB from a host at once, whatever becomes of them
+    //!< system takes several MiB from a host at once, whatever becomes of them
 };
 
 /*! How a trial has ended. */

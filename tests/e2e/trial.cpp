@@ -29,11 +29,21 @@ Trial::Trial(Road road, const Adversity &adversity, int network, int place)
     m_isReady = m_device->waitForReady();
     if (!m_isReady || m_adversity.relay.isEmpty())
         return;
-    m_relay = m_road == Road::Http
-        ? std::make_unique<RelayProgram>(hostName(2) + HttpPort, hostName(1) + HttpPort,
-                                         m_adversity.relay)
-        : std::make_unique<RelayProgram>(hostName(2), m_device->address(), m_adversity.relay);
+    startRelay(m_road == Road::Http ? hostName(2) + HttpPort : hostName(2));
     m_isReady = !m_relay->address().isEmpty();
+}
+
+void Trial::startRelay(const QString &address)
+{
+    const QString device = m_road == Road::Http ? hostName(1) + HttpPort : m_device->address();
+    m_relay = std::make_unique<RelayProgram>(address, device, m_adversity.relay);
+}
+
+void Trial::renewRelay()
+{
+    const QString address = m_relay->address();
+    m_relay.reset(); // its port is free for the next one
+    startRelay(address);
 }
 
 QStringList Trial::deviceArguments() const

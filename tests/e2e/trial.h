@@ -40,6 +40,10 @@ public:
         road. */
     QStringList runArguments(const QString &package) const;
 
+    /*! Ends the relay, with every connection through it, and starts it again at its address, with its
+        fault. */
+    void renewRelay();
+
     DeviceProgram &device() { return *m_device; }
     const DeviceProgram &device() const { return *m_device; }
 
@@ -53,6 +57,7 @@ public:
 
 private:
     QString hostName(int third) const;
+    void startRelay(const QString &address);
     QStringList commonArguments() const;
 
     const Road m_road;
