@@ -106,8 +106,8 @@ private Q_SLOTS:
         QFile manual(QStringLiteral(VELMAR_DOCS "/velmar-upgrade.md"));
         QVERIFY(manual.open(QIODevice::ReadOnly));
         const auto sections = QString::fromUtf8(manual.readAll()).split("\n## ");
-        const QStringList common { "help",  "device",   "json",     "verbose",
-                                   "quiet", "log-file", "no-config" };
+        const QStringList common { "help",    "device", "json",     "catalogue",
+                                   "verbose", "quiet",  "log-file", "no-config" };
         const auto textOf = [&sections](const QString &verb) {
             const auto found =
                 std::find_if(sections.cbegin(), sections.cend(), [&verb](const QString &section) {

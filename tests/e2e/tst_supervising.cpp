@@ -115,7 +115,7 @@ class tst_Supervising : public QObject
 private Q_SLOTS:
     void interruptWhileInstalling()
     {
-        DeviceProgram device({ "--install-ms", "3000" });
+        DeviceProgram device({ "--install-ms", "6000" });
         QVERIFY(device.waitForReady());
         const ExamplePackage package;
         UpgradeProgram upgrade(runArguments(package, device));
