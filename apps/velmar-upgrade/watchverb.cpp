@@ -1,6 +1,7 @@
 #include "verbs.h"
 
 #include "conduct.h"
+#include "show/formerplan.h"
 #include "steps.h"
 
 using namespace Velmar::Host;
@@ -16,5 +17,8 @@ HostExitCode watchVerb(const CommandLine &options)
     if (options.isSet("catalogue"))
         wish.cataloguePath = libraryPath(options.value("catalogue"));
     wish.mayRestart = options.isGiven("restart");
+    wish.formerPlan = [](const QString &serial) {
+        return formerPlan(serial);
+    };
     return conduct(wish, options);
 }

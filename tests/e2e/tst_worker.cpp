@@ -234,7 +234,7 @@ private Q_SLOTS:
         QTest::newRow("nobody there") << "address"
                                       << "unreachable";
         QTest::newRow("no package") << "package"
-                                    << "package-refused";
+                                    << "nothing-fits";
         QTest::newRow("no such section") << "section"
                                          << "not-planned";
         QTest::newRow("nothing for the model") << "model"

@@ -241,6 +241,8 @@ void Upgrade::slotReady()
         Q_EMIT signalCopied(copy->path());
     }
     if (m_wish.goal == Goal::Watch) {
+        if (m_wish.formerPlan)
+            m_plan = m_wish.formerPlan(m_preparation->facts().serial);
         m_state = State::Working;
         startWorker(WorkerMode::Watch);
         return;

@@ -9,6 +9,7 @@
 #include <QString>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 namespace Velmar::Host {
@@ -36,6 +37,8 @@ struct UpgradeWish {
 
     // For Watch.
     bool mayRestart = false; //!< restart also a device whose installation had ended before
+    std::function<std::optional<Plan>(const QString &serial)> formerPlan; //!< what a device is to
+        //!< have by the run that was left; empty: nobody knows
 };
 
 /*! The host's own settings of an upgrade. */

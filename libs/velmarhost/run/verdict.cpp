@@ -34,7 +34,8 @@ constexpr CodeText Texts[] = {
     { VerdictCode::NotReturned, Unconfirmed, HostExitCode::Unconfirmed, "not-returned",
       "Look at the device itself; it may still be starting. Do not switch it off before it is." },
     { VerdictCode::NotRestarted, Unconfirmed, HostExitCode::Unconfirmed, "not-restarted",
-      "Restart the device, and look at its versions with \"velmar-upgrade versions\"." },
+      "Look with \"velmar-upgrade status\" whether it installs; if it does not, restart it, and "
+      "look at its versions." },
     { VerdictCode::VersionsDiffer, Unconfirmed, HostExitCode::Unconfirmed, "versions-differ",
       "Compare the versions with those of the package, and upgrade again if they are not meant." },
     { VerdictCode::VersionsUnreadable, Unconfirmed, HostExitCode::Unconfirmed,

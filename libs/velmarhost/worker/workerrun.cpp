@@ -187,7 +187,10 @@ void WorkerRun::parse(std::optional<quint16> modelId)
     else
         m_parse->start(m_order.timeLimit);
     loop.exec();
-    if (!isGood || !m_listing.read(m_order.packagePath, errorText))
+    // A host has checked the package: what the library then does not take is for another device.
+    if (!isGood)
+        refuse(VerdictCode::NothingFits, errorText);
+    if (!m_listing.read(m_order.packagePath, errorText))
         refuse(VerdictCode::PackageRefused, errorText);
 }
 
