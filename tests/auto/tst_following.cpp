@@ -56,8 +56,8 @@ void TestFollowing::answer_data()
 
     QTest::newRow("nothing since its restart") << 0 << int(Following::Found::Idle);
     QTest::newRow("installing") << 1 << int(Following::Found::AtWork);
-    QTest::newRow("installed") << 2 << int(Following::Found::AtWork);
-    QTest::newRow("failed") << 3 << int(Following::Found::AtWork);
+    QTest::newRow("installed") << 2 << int(Following::Found::AtEnd);
+    QTest::newRow("failed") << 3 << int(Following::Found::AtEnd);
 }
 
 void TestFollowing::answer()

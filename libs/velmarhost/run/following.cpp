@@ -8,13 +8,26 @@ namespace {
 
 constexpr std::chrono::seconds AnswerLimit { 5 };
 
+// What a device reports of its installation.
+constexpr int NothingInstalled = 0; // since its last restart
+constexpr int Installed = 2;
+constexpr int InstallationFailed = 3;
+
 Following::Found ask(const DeviceAddress &device, const LinkFactory &makeLink)
 {
     QString errorText;
     const auto installation = readInstallation(device, AnswerLimit, errorText, makeLink);
     if (!installation)
         return Following::Found::Nothing;
-    return installation->result == 0 ? Following::Found::Idle : Following::Found::AtWork;
+    switch (installation->result) {
+    case NothingInstalled:
+        return Following::Found::Idle;
+    case Installed:
+    case InstallationFailed:
+        return Following::Found::AtEnd;
+    default:
+        return Following::Found::AtWork;
+    }
 }
 
 } // namespace

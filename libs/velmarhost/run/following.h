@@ -25,7 +25,8 @@ class Following : public QObject
 
 public:
     enum class Found {
-        AtWork, //!< it installs, or is done and waits for its restart
+        AtWork, //!< it installs
+        AtEnd, //!< it shows the end of an installation, and waits for its restart
         Idle, //!< it knows of no installation: it has restarted
         Nothing, //!< it did not answer in time
     };

@@ -27,10 +27,17 @@ Verdict refusal(const std::vector<PackageFinding> &findings, const PackageFindin
     return verdict(VerdictCode::PackageRefused, text);
 }
 
+Verdict interruption()
+{
+    return verdict(VerdictCode::Interrupted,
+                   QStringLiteral("Interrupted. The device stays as it was"));
+}
+
 } // namespace
 
-Preparation::Preparation(PreparationOrder order)
+Preparation::Preparation(PreparationOrder order, LinkFactory makeLink)
     : m_order(std::move(order))
+    , m_makeLink(std::move(makeLink))
     , m_task([this](const std::atomic<bool> &isCancelled) { work(isCancelled); })
 {
     connect(&m_task, &BackgroundTask::signalEnded, this, &Preparation::slotEnded);
@@ -45,7 +52,14 @@ void Preparation::start()
 
 void Preparation::cancel()
 {
+    m_isCancelled = true;
     m_task.cancel();
+}
+
+void Preparation::leaveCopy()
+{
+    if (m_copy)
+        m_copy->leave();
 }
 
 const PackageCopy *Preparation::copy() const
@@ -76,8 +90,7 @@ void Preparation::work(const std::atomic<bool> &isCancelled)
     if (isDone && !isCancelled)
         return;
     if (isCancelled)
-        m_refusal = verdict(VerdictCode::Interrupted,
-                            QStringLiteral("Interrupted. The device stays as it was"));
+        m_refusal = interruption();
 }
 
 bool Preparation::copyPackage(const std::atomic<bool> &isCancelled)
@@ -120,7 +133,7 @@ bool Preparation::askDevice()
     QElapsedTimer elapsed;
     elapsed.start();
     for (int tries = 0; !m_facts && tries < TryCount && !elapsed.hasExpired(TryMs); ++tries)
-        m_facts = readDeviceFacts(m_order.device, AnswerLimit, errorText);
+        m_facts = readDeviceFacts(m_order.device, AnswerLimit, errorText, m_makeLink);
     if (!m_facts)
         m_refusal = verdict(VerdictCode::Unreachable, errorText);
     return m_facts.has_value();
@@ -138,6 +151,9 @@ bool Preparation::lockDevice()
 
 void Preparation::slotEnded()
 {
+    // The task may have ended well just before it was cancelled.
+    if (m_isCancelled && !m_refusal)
+        m_refusal = interruption();
     if (m_refusal)
         Q_EMIT signalRefused(*m_refusal);
     else

@@ -40,13 +40,16 @@ class Preparation : public QObject
     Q_OBJECT
 
 public:
-    explicit Preparation(PreparationOrder order);
+    explicit Preparation(PreparationOrder order, LinkFactory makeLink = makeSocketLink);
     ~Preparation() override;
 
     void start();
 
-    /*! Makes an end soon; signalRefused() tells Interrupted then. */
+    /*! Makes an end soon; signalRefused() tells Interrupted then, unless there was a refusal. */
     void cancel();
+
+    /*! Leaves the copy to a worker that goes on without this process; see PackageCopy::leave(). */
+    void leaveCopy();
 
     // Of use behind signalReady().
     const PackageCopy *copy() const; //!< null if no package was needed
@@ -81,6 +84,8 @@ private:
     void slotEnded();
 
     const PreparationOrder m_order;
+    const LinkFactory m_makeLink;
+    bool m_isCancelled = false;
     // Written by the task, read behind its end.
     std::unique_ptr<PackageCopy> m_copy;
     std::optional<DeviceFacts> m_facts;

@@ -22,7 +22,8 @@ constexpr int WorkerLimit = 4;
 constexpr std::chrono::minutes HttpSilenceLimit { 1 };
 
 constexpr int CauseCount = 5;
-constexpr int InstallationFailed = 3; // result of an upgrade.progress
+constexpr int InstallationDone = 2; // result of an upgrade.progress
+constexpr int InstallationFailed = 3;
 
 std::vector<Phase> phasesOf(const UpgradeWish &wish)
 {
@@ -110,9 +111,11 @@ QString levelWord(QtMsgType level)
 
 } // namespace
 
-Upgrade::Upgrade(UpgradeWish wish, UpgradeSettings settings, RunEventSink &events)
+Upgrade::Upgrade(UpgradeWish wish, UpgradeSettings settings, RunEventSink &events,
+                 UpgradeSurroundings surroundings)
     : m_wish(std::move(wish))
     , m_settings(std::move(settings))
+    , m_surroundings(std::move(surroundings))
     , m_events(events)
     , m_phases(phasesOf(m_wish))
 {
@@ -127,11 +130,15 @@ void Upgrade::start()
     m_deadlines = std::make_unique<Deadlines>(m_wish.road, m_settings.timeLimit,
                                               limitsOf(m_wish.road, m_settings));
     connect(m_deadlines.get(), &Deadlines::signalExpired, this,
-            [this](VerdictCode code, const QString &text) { end(verdict(code, text)); });
+            [this](VerdictCode code, const QString &text) {
+                end(m_failure.value_or(verdict(code, text)));
+            });
     connect(m_deadlines.get(), &Deadlines::signalPutOff, this, &Upgrade::tellWarning);
     m_deadlines->start();
-    m_preparation = std::make_unique<Preparation>(PreparationOrder {
-        m_wish.packagePath, m_settings.workFolder, m_wish.device, m_wish.goal != Goal::Plan });
+    m_preparation =
+        std::make_unique<Preparation>(PreparationOrder { m_wish.packagePath, m_settings.workFolder,
+                                                         m_wish.device, m_wish.goal != Goal::Plan },
+                                      m_surroundings.makeLink);
     connect(m_preparation.get(), &Preparation::signalPhase, this, &Upgrade::enter);
     connect(m_preparation.get(), &Preparation::signalCopied, this,
             [this](qint64 done, qint64 total) {
@@ -176,11 +183,13 @@ void Upgrade::interrupt()
         end(verdict(VerdictCode::Interrupted, QStringLiteral("The device stays as it was")));
         return;
     case State::Working:
-        // A worker would end behind the write under way, with half a firmware in the device.
-        if (isWritingRegisters()) {
-            tellWarning(QStringLiteral("The upgrade goes on: between two register writes the "
-                                       "device has half a firmware. Press Ctrl-C again to leave "
-                                       "it to the upgrade's process"));
+        if (m_wish.goal == Goal::Watch) {
+            leave();
+            return;
+        }
+        // Ordered by a worker that was lost; this one watches what became of it.
+        if (m_isOrdered || isWritingRegisters()) {
+            tellGoingOn();
             return;
         }
         m_isStopping = true;
@@ -200,6 +209,10 @@ void Upgrade::leave()
 {
     if (m_state == State::Ended)
         return;
+    if (m_failure) { // what the device has said stays true without a wait for its return
+        end(*m_failure);
+        return;
+    }
     const bool isOrdered = m_isOrdered || (m_worker && m_worker->traffic().isOrdered);
     if (isWritingRegisters()) {
         m_isWorkerLeft = true;
@@ -273,7 +286,7 @@ void Upgrade::startWorker(WorkerMode mode)
         descriptors.push_back(lock->descriptor());
 
     m_deadlines->resetTraffic();
-    WorkerLaunch launch;
+    auto launch = m_surroundings.worker;
     launch.memoryLimit = m_settings.workerMemory;
     ++m_workers;
     m_worker = std::make_unique<UpgradeWorker>(launch);
@@ -341,9 +354,9 @@ void Upgrade::slotSending(int percent, qint64 sentBytes, qint64 totalBytes)
 
 void Upgrade::slotInstalling(const s_UpgradePercent &progress)
 {
+    m_deadlines->noteInstalling(progress);
     if (m_phase != Phase::Installing)
         return;
-    m_deadlines->noteInstalling(progress);
     std::vector<PartProgress> parts;
     for (const auto &part : progress.parts)
         parts.push_back({ partName(part.slotId, part.type), part.rate, stateText(part.result) });
@@ -355,8 +368,18 @@ void Upgrade::slotStopAnswered(bool isTaken)
     if (isTaken)
         return;
     m_isStopping = false;
-    tellWarning(QStringLiteral("The upgrade goes on: the device is installing and is not to be "
-                               "interrupted. Press Ctrl-C again to leave it to itself"));
+    tellGoingOn();
+}
+
+void Upgrade::tellGoingOn()
+{
+    if (m_wish.road == Road::Registers)
+        tellWarning(QStringLiteral("The upgrade goes on: between two register writes the "
+                                   "device has half a firmware. Press Ctrl-C again to leave "
+                                   "it to the upgrade's process"));
+    else
+        tellWarning(QStringLiteral("The upgrade goes on: the device is installing and is not to be "
+                                   "interrupted. Press Ctrl-C again to leave it to itself"));
 }
 
 void Upgrade::slotWorkerEnded(bool result, const QString &text)
@@ -398,7 +421,7 @@ void Upgrade::slotWorkerRefused(VerdictCode code, const QString &text)
     const bool hasWatchedNothing =
         code == VerdictCode::NothingToDo || code == VerdictCode::InstallFailed;
     // Behind an order, nothing to watch means that the device has restarted.
-    if (hasWatchedNothing && m_isOrdered)
+    if (code == VerdictCode::NothingToDo && m_isOrdered)
         confirm();
     else if (hasWatchedNothing || code == VerdictCode::SendFailed)
         // An upload that was refused, or broke off: the device installs nothing, also where all of
@@ -424,11 +447,12 @@ void Upgrade::slotWorkerDied(const QString &why)
 void Upgrade::judgeFailure(VerdictCode code, const QString &text)
 {
     const auto &traffic = m_worker->traffic();
+    noteBeginning();
     m_isOrdered = m_isOrdered || traffic.isOrdered
         || (m_wish.goal == Goal::Watch && m_phase == Phase::Installing);
-    // Every write was answered, the last one by a refusal, or the HTTP service has refused the file: the
-    // device has not got the whole.
-    const bool isRefused = code == VerdictCode::SendFailed
+    // Every write was answered, the last one by a refusal, or the HTTP service has refused the
+    // file: the device has not got the whole.
+    const bool isRefused = code == VerdictCode::SendFailed && m_phase == Phase::Sending
         && (m_wish.road == Road::Http || (m_wish.road == Road::Registers && traffic.overdue == 0));
     if (traffic.isEndTold && traffic.result == InstallationFailed) {
         m_failure = verdict(VerdictCode::InstallFailed,
@@ -447,6 +471,17 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
     }
 }
 
+// An end that the device shows since an older installation is no effect of the order.
+void Upgrade::noteBeginning()
+{
+    const auto &traffic = m_worker->traffic();
+    const bool isEndShown =
+        traffic.result == InstallationDone || traffic.result == InstallationFailed;
+    const bool isBeginningShown = traffic.result != LinkTraffic::NoResult && !isEndShown;
+    if (traffic.isEndTold || (traffic.isOrdered && isBeginningShown))
+        m_hasBegun = true;
+}
+
 void Upgrade::follow()
 {
     tellWarning(QStringLiteral("The device was lost while it may have been installing"));
@@ -457,7 +492,7 @@ void Upgrade::follow()
     }
     m_state = State::Following;
     m_deadlines->enter(Phase::Confirming); // no worker is there to be silent
-    m_following = std::make_unique<Following>(m_wish.device);
+    m_following = std::make_unique<Following>(m_wish.device, m_surroundings.makeLink);
     connect(m_following.get(), &Following::signalFound, this, &Upgrade::slotFound);
     m_following->start(m_settings.returnLimit);
 }
@@ -467,7 +502,16 @@ void Upgrade::slotFound(Following::Found found)
     if (m_state != State::Following)
         return;
     switch (found) {
+    case Following::Found::AtEnd:
+        // A device that shows the end of an older installation may be about to begin with this
+        // one, and would not survive a restart.
+        if (m_wish.goal != Goal::Watch && !m_hasBegun) {
+            confirm();
+            return;
+        }
+        [[fallthrough]];
     case Following::Found::AtWork:
+        m_hasBegun = true;
         if (m_workers >= WorkerLimit) {
             end(verdict(VerdictCode::WorkerLost,
                         QStringLiteral("The installation could not be followed to its end")));
@@ -475,6 +519,7 @@ void Upgrade::slotFound(Following::Found found)
         }
         m_state = State::Working;
         startWorker(WorkerMode::Watch);
+        m_deadlines->enter(Phase::Installing); // which is no new phase for whoever looks on
         return;
     case Following::Found::Idle:
         confirm();
@@ -508,7 +553,8 @@ void Upgrade::confirm()
         times.grace = std::min(times.grace, m_settings.returnLimit);
         times.settle = std::min(times.settle, m_settings.returnLimit);
     }
-    m_confirmation = std::make_unique<Confirmation>(std::move(order), times);
+    m_confirmation =
+        std::make_unique<Confirmation>(std::move(order), times, m_surroundings.makeLink);
     connect(m_confirmation.get(), &Confirmation::signalReturned, this,
             [this] { enter(Phase::Confirming); });
     connect(m_confirmation.get(), &Confirmation::signalStatus, this,
@@ -549,8 +595,12 @@ void Upgrade::end(const Verdict &verdict)
         m_confirmation->stop();
     if (m_worker && m_worker->isRunning())
         m_sentBytes += m_worker->traffic().sentBytes;
-    if (m_worker && !m_isWorkerLeft)
+    if (m_worker && m_isWorkerLeft) {
+        m_worker->leave();
+        m_preparation->leaveCopy();
+    } else if (m_worker) {
         m_worker->kill();
+    }
 
     if (m_phase)
         m_durations[*m_phase] += std::chrono::milliseconds(m_phaseElapsed.elapsed());
@@ -572,7 +622,7 @@ void Upgrade::enter(Phase phase)
 {
     const auto place = std::find(m_phases.begin(), m_phases.end(), phase);
     // A worker that follows plans nothing anew, and what was left behind is not entered again.
-    if (m_state == State::Ended || m_phase == phase || place == m_phases.end())
+    if (m_state == State::Ended || place == m_phases.end() || (m_phase && *m_phase >= phase))
         return;
     if (m_phase)
         m_durations[*m_phase] += std::chrono::milliseconds(m_phaseElapsed.elapsed());

@@ -25,6 +25,12 @@ namespace Velmar::Host {
 class Confirmation;
 class Preparation;
 
+/*! What an upgrade goes out to. */
+struct UpgradeSurroundings {
+    WorkerLaunch worker; //!< its memory limit is that of the settings
+    LinkFactory makeLink = makeSocketLink; //!< for the host's own questions to the device
+};
+
 /*!
     One upgrade from the package folder to the verdict.
 
@@ -41,7 +47,8 @@ class Upgrade : public QObject
 
 public:
     /*! \a events must outlive the object. */
-    Upgrade(UpgradeWish wish, UpgradeSettings settings, RunEventSink &events);
+    Upgrade(UpgradeWish wish, UpgradeSettings settings, RunEventSink &events,
+            UpgradeSurroundings surroundings = {});
 
     /*! Of an upgrade that was left, what its worker still needs stays on disk. */
     ~Upgrade() override;
@@ -95,6 +102,8 @@ private:
     };
 
     bool isWritingRegisters() const;
+    void noteBeginning();
+    void tellGoingOn();
     void startWorker(WorkerMode mode);
     void connectWorker();
     void slotReady();
@@ -129,6 +138,7 @@ private:
 
     const UpgradeWish m_wish;
     const UpgradeSettings m_settings;
+    const UpgradeSurroundings m_surroundings;
     RunEventSink &m_events;
     const std::vector<Phase> m_phases; // of this upgrade, in order
     State m_state = State::Idle;
@@ -147,6 +157,7 @@ private:
     qint64 m_sentBytes = 0; // by all workers of this run
     int m_workers = 0; // started so far
     bool m_isOrdered = false; // by a former worker of this run: the device may be installing
+    bool m_hasBegun = false; // an order of this run was seen to take effect
     bool m_isStopping = false; // the worker was asked to stop
     bool m_isLeaving = false; // the worker is being killed for it
     bool m_isWorkerLeft = false;

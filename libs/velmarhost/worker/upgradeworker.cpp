@@ -126,6 +126,20 @@ void UpgradeWorker::kill()
     fail(QStringLiteral("The worker process was ended by its host"));
 }
 
+void UpgradeWorker::leave()
+{
+    if (!m_process)
+        return;
+    m_endLimit.stop();
+    m_process->disconnect(this);
+    m_process->closeWriteChannel();
+    m_process->closeReadChannel(QProcess::StandardOutput);
+    m_process->closeReadChannel(QProcess::StandardError);
+    // Never destroyed, which would kill the process.
+    static auto *const left = new std::vector<std::unique_ptr<Process>>;
+    left->push_back(std::move(m_process));
+}
+
 bool UpgradeWorker::isRunning() const
 {
     return m_process != nullptr;
@@ -244,10 +258,24 @@ void UpgradeWorker::fail(const QString &why)
     m_process->kill();
 }
 
+// Up to its very end a process that is killed may give an order, which it tells before.
+void UpgradeWorker::noteLastTraffic()
+{
+    m_lines.add(m_process->readAllStandardOutput());
+    QString errorText;
+    while (const auto line = m_lines.next()) {
+        const auto message = readWorkerMessage(*line, errorText);
+        if (const auto *told = message ? std::get_if<TrafficTell>(&*message) : nullptr)
+            m_traffic = told->traffic;
+    }
+}
+
 void UpgradeWorker::slotFinished()
 {
     const QPointer<UpgradeWorker> self(this);
     readMessages();
+    if (self && !m_fault.isEmpty())
+        noteLastTraffic();
     if (self)
         readErrors();
     if (self && !m_errors.isEmpty())

@@ -61,6 +61,10 @@ public:
         worker had told its end before. */
     void kill();
 
+    /*! Lets the process go on without this object and beyond its end. It hears that its host is
+        gone, and no signal comes any more. */
+    void leave();
+
     bool isRunning() const; //!< from start() until the signal of the end
 
     /*! As told last. What it says of orders was told before the device got them. */
@@ -106,6 +110,7 @@ private:
     void readMessages();
     void readErrors();
     void take(const QByteArray &line);
+    void noteLastTraffic();
     void tell(const WorkerMessage &message);
     void fail(const QString &why);
     void slotFinished();

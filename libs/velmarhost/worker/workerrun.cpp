@@ -412,13 +412,8 @@ void WorkerRun::stop()
         m_voice.tell(StopTell { true });
         end(false, QStringLiteral("The device is no longer watched"));
     }
+    // Between two register writes the device would be left with half a firmware.
     const bool isStopped = stopInTime();
-    if (!isStopped && m_order.road == Road::Registers) {
-        // The write under way gets its answer, and the library ends at the next one.
-        m_link->stop();
-        m_voice.tell(StopTell { true });
-        return;
-    }
     m_voice.tell(StopTell { isStopped });
     if (isStopped)
         end(false,
