@@ -465,7 +465,7 @@ private Q_SLOTS:
         QCOMPARE(run.end, QStringLiteral("good: Upgrade successful,device is restarting."));
     }
 
-    void stopBetweenTwoWrites()
+    void noStopBetweenTwoWrites()
     {
         const ExamplePackage package;
         DeviceProgram device({ "--fault", "register-slow=100" });
@@ -476,10 +476,9 @@ private Q_SLOTS:
         QVERIFY(isWaitedFor([&] { return run.phases.contains("send"); }));
         run.worker.requestStop();
         QVERIFY(isWaitedFor([&] { return run.hasEnded(); }));
-        QCOMPARE(run.stops, QVector<bool> { true });
-        QCOMPARE(run.end, QStringLiteral("bad: The firmware could not be written"));
-        QCOMPARE(run.worker.traffic().requests, run.worker.traffic().answers);
-        QVERIFY(device.registerFirmware().isEmpty());
+        QCOMPARE(run.stops, QVector<bool> { false });
+        QVERIFY2(run.end.startsWith(QLatin1String("good: ")), qPrintable(run.end));
+        QCOMPARE(device.registerFirmware().size(), 1);
     }
 
     void hostIsGone_data()
