@@ -15,7 +15,7 @@ QString placeOf(const QString &path)
 
 } // namespace
 
-QString Destinations::add(const QString &path, const QString &where)
+QString Destinations::clash(const QString &path) const
 {
     const QString place = placeOf(path);
     if (place.isEmpty())
@@ -31,6 +31,21 @@ QString Destinations::add(const QString &path, const QString &where)
             break; // and so are those above it
         if (m_files.contains(folder))
             return QStringLiteral("lies below %1, which is a file").arg(m_files.value(folder));
+    }
+    return QString();
+}
+
+QString Destinations::add(const QString &path, const QString &where)
+{
+    const QString fault = clash(path);
+    if (!fault.isEmpty())
+        return fault;
+    const QString place = placeOf(path);
+    for (int slash = place.lastIndexOf(QLatin1Char('/')); slash > 0;
+         slash = place.lastIndexOf(QLatin1Char('/'), slash - 1)) {
+        const QString folder = place.left(slash);
+        if (m_folders.contains(folder))
+            break;
         m_folders.insert(folder, where);
     }
     m_files.insert(place, where);

@@ -18,6 +18,9 @@ public:
     /*! Adds \a path, which stands at \a where in the manifest. Empty, or what is wrong with it. */
     QString add(const QString &path, const QString &where);
 
+    /*! What would be wrong with \a path here; empty if nothing is. */
+    QString clash(const QString &path) const;
+
 private:
     // Both by the path on the device, with the place in the manifest that first led there.
     QHash<QString, QString> m_files;

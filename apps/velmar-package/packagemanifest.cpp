@@ -21,8 +21,15 @@ namespace {
 using Need = ManifestObject::Need;
 
 constexpr int ManifestVersion = 1;
-constexpr int MaxTargetPath = 256; // bytes of the field in the upgrade image
+constexpr int MaxTargetPath = 255; // bytes; the field in the upgrade image has 256, ended by a zero
 constexpr int MainStepType = 0;
+
+// Those that something is done with when a file is written register by register. A host refuses a
+// package with any other, for what is passed over is most likely a name spelled wrong.
+constexpr const char *CommandNames[] = {
+    "SendCardIndex", "SendDeviceID", "SendSenderFileType", "SendFileLength",
+    "SendFileCount", "SendFileData", "SendSubCarIndex",
+};
 
 // Empty if a file or folder of a package may be called so.
 QString nameFault(const QString &name)
@@ -63,6 +70,16 @@ QString targetPathFault(const QString &path)
     if (path.size() > MaxTargetPath)
         return QStringLiteral("is longer than %1 bytes").arg(MaxTargetPath);
     return QString();
+}
+
+QString commandNameFault(const QString &name)
+{
+    QStringList known;
+    for (const char *each : CommandNames)
+        known.append(QLatin1String(each));
+    if (name.isEmpty() || known.contains(name)) // an empty one has its own fault
+        return QString();
+    return QStringLiteral("is none of %1").arg(known.join(QStringLiteral(", ")));
 }
 
 bool isDottedVersion(const QString &version)
@@ -113,7 +130,7 @@ private:
         QString folder;
         bool isMain;
         QSet<QPair<QString, int>> sections;
-        Destinations destinations; // of all boards: several of them may be fitted in one device
+        Destinations mainDestinations;
     };
 
     ManifestUnit readUnit(const QJsonValue &value, const QString &place)
@@ -179,7 +196,11 @@ private:
         file.targetPaths = readTargetPaths(object, [&](const QString &path, const QString &where) {
             if (scope.isMain)
                 m_mainDestinations.add(path, where);
-            return scope.destinations.add(path, where);
+            QString clash = scope.isMain ? scope.mainDestinations.add(path, where)
+                                         : m_cardDestinations.add(path, where);
+            if (clash.isEmpty())
+                clash = (scope.isMain ? m_cardDestinations : m_mainDestinations).clash(path);
+            return clash;
         });
         if (board != 0 && file.targetPaths.size() > 1)
             object.fail(
@@ -220,7 +241,8 @@ private:
             checkSource(object, "path", file.path);
         file.targetPaths =
             readTargetPaths(object, [this](const QString &path, const QString &where) {
-                return m_mainDestinations.add(path, where);
+                const QString clash = m_mainDestinations.add(path, where);
+                return clash.isEmpty() ? m_cardDestinations.clash(path) : clash;
             });
         object.finish();
         return file;
@@ -265,6 +287,9 @@ private:
                 { QStringLiteral("CmdFromNoneType"), object.numberText("cmdFromNoneType") },
                 { QStringLiteral("SpecialPackID"), object.numberText("specialPackId") },
             } });
+            const QString fault = commandNameFault(value.toObject().value("cmdName").toString());
+            if (!fault.isEmpty())
+                object.fail("cmdName", fault);
             object.finish();
         });
         return commands;
@@ -299,6 +324,7 @@ private:
     QSet<QString> m_sources;
     // Data files go with a main unit, whichever that is. Main units never meet in one image.
     Destinations m_mainDestinations;
+    Destinations m_cardDestinations; // of all cards and boards: one device may have all of them
 };
 
 } // namespace

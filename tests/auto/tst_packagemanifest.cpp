@@ -98,7 +98,7 @@ private Q_SLOTS:
                                    "IsFileAddrNoIncrease=true Version=1.2 Remark=a \"b\" <c> é "
                                    "FileName=MCU.dat FileLabel=MCU Address=-1 ExtendNum=255"));
         QCOMPARE(inWords(result.units[0].beforeStartCommands[0].attributes),
-                 QStringLiteral("CmdName=Begin Data=d IsCommonCmd=true Address=4294967295 "
+                 QStringLiteral("CmdName=SendFileCount Data=d IsCommonCmd=true Address=4294967295 "
                                 "WaitTime=1 TimeOut=0x2 ExecuteTimes=3 CmdFromNoneType=4 "
                                 "SpecialPackID=-2147483648"));
     }
@@ -133,6 +133,59 @@ private Q_SLOTS:
                  qPrintable(errorText));
 
         QCOMPARE(result.units[1].files[0].targetPaths, QStringList("/mcu"));
+    }
+
+    // Cards of all models may be in one device.
+    void cardUnitsWithOneTarget_data()
+    {
+        QTest::addColumn<QByteArray>("first");
+        QTest::addColumn<QByteArray>("second");
+        QTest::addColumn<QString>("fault");
+
+        QTest::newRow("cards") << QByteArray("1") << QByteArray("1")
+                               << "units[1].files[0].targetPaths[0] is the same place as "
+                                  "units[0].files[0].targetPaths[0]";
+        QTest::newRow("main unit behind a card")
+            << QByteArray("1") << QByteArray("0")
+            << "units[1].files[0].targetPaths[0] is the same place as "
+               "units[0].files[0].targetPaths[0]";
+    }
+    void cardUnitsWithOneTarget()
+    {
+        QFETCH(QByteArray, first);
+        QFETCH(QByteArray, second);
+        const auto unit = [](const QByteArray &folder, const QByteArray &moduleId,
+                             const QByteArray &stepType, const QByteArray &file) {
+            return R"({ "folder": ")" + folder + R"(", "version": "1", "moduleId": )" + moduleId
+                + R"(, "stepType": )" + stepType + R"(, "files": [{ "fileName": ")" + file
+                + R"(", "fileLabel": "FPGA", "targetPaths": ["/one"] }] })";
+        };
+        write(R"({ "manifestVersion": 1, "units": [)" + unit("card", "1", first, "one.bin") + ", "
+                  + unit("main", "2", second, "MCU.dat") + "] }",
+              "manifest.json");
+        PackageManifest result;
+        QString errorText;
+
+        QVERIFY(!readPackageManifest(path("manifest.json"), result, errorText));
+
+        QFETCH(QString, fault);
+        QCOMPARE(errorText, path("manifest.json") + ": " + fault);
+    }
+
+    // As many bytes as the record of an image has, less the zero that ends them.
+    void longestTarget()
+    {
+        const QByteArray longest(255, 'p');
+        QByteArray text = manifest("sound");
+        text.replace(R"(["/mcu"])", "[\"" + longest + "\"]");
+        write(text, "manifest.json");
+        PackageManifest result;
+        QString errorText;
+
+        QVERIFY2(readPackageManifest(path("manifest.json"), result, errorText),
+                 qPrintable(errorText));
+
+        QCOMPARE(result.units[0].files[0].targetPaths, QStringList(QString::fromLatin1(longest)));
     }
 
     void unsound_data()
@@ -258,8 +311,8 @@ private Q_SLOTS:
             ": units[0].files[0].targetPaths[0] has characters outside ASCII");
         row("target with a line break", target, R"(["/a\n"])",
             ": units[0].files[0].targetPaths[0] has characters outside ASCII");
-        row("target too long", target, "[\"" + QByteArray(257, 'p') + "\"]",
-            ": units[0].files[0].targetPaths[0] is longer than 256 bytes");
+        row("target too long", target, "[\"" + QByteArray(256, 'p') + "\"]",
+            ": units[0].files[0].targetPaths[0] is longer than 255 bytes");
 
         row("target that names no file", target, R"(["/./"])",
             ": units[0].files[0].targetPaths[0] names no file");
@@ -277,6 +330,15 @@ private Q_SLOTS:
         row("target of another board", R"(["/2"])", R"(["/1"])",
             ": units[1].files[1].targetPaths[0] is the same place as "
             "units[1].files[0].targetPaths[0]");
+        row("card's target of a main unit", R"(["/2"])", R"(["/mcu"])",
+            ": units[1].files[1].targetPaths[0] is the same place as "
+            "units[0].files[0].targetPaths[0]");
+        row("card's target below a main unit's", R"(["/2"])", R"(["/a/2"])",
+            ": units[1].files[1].targetPaths[0] lies below units[0].files[1].targetPaths[0], "
+            "which is a file");
+        row("data file at a card's target", R"(["/osd"])", R"(["/2"])",
+            ": dataFiles[0].targetPaths[0] is the same place as "
+            "units[1].files[1].targetPaths[0]");
         row("data file at a main unit's target", R"(["/osd"])", R"(["/b"])",
             ": dataFiles[0].targetPaths[0] is the same place as "
             "units[0].files[1].targetPaths[1]");
@@ -285,6 +347,9 @@ private Q_SLOTS:
 
         row("command without a name", R"("cmdName": "SendDeviceID")", R"("data": "x")",
             ": units[0].files[0].commands[1].cmdName is missing");
+        row("command that is none", R"("cmdName": "SendDeviceID")", R"("cmdName": "SendDeviceId")",
+            ": units[0].files[0].commands[1].cmdName is none of SendCardIndex, SendDeviceID, "
+            "SendSenderFileType, SendFileLength, SendFileCount, SendFileData, SendSubCarIndex");
         row("address beyond 32 bits", "\"0x80000010\"", "\"0x100000000\"",
             ": units[0].files[0].commands[0].address is no number from -2147483648 to 4294967295");
         row("address with a fraction", "\"0x80000010\"", "1.5",

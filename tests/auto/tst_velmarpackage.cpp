@@ -858,7 +858,7 @@ private:
     {
         write("{\"manifestVersion\": 1, \"units\": [{ \"folder\": \"main & more\", "
               "\"version\": \"3.1\", \"moduleId\": 30465, \"stepType\": 0, "
-              "\"endSendCommands\": [{ \"cmdName\": \"Done\", \"data\": \"<\\\"\", "
+              "\"endSendCommands\": [{ \"cmdName\": \"SendDeviceID\", \"data\": \"<\\\"\", "
               "\"address\": \"0x10\" }], "
               "\"files\": [{ \"fileName\": \"MCU.dat\", \"fileLabel\": \"MCU\", "
               "\"targetPaths\": [\"/mcu\", \"/mcu2\"] }] }] }",
