@@ -138,31 +138,28 @@ private Q_SLOTS:
     // Cards of all models may be in one device.
     void cardUnitsWithOneTarget_data()
     {
-        QTest::addColumn<QByteArray>("first");
-        QTest::addColumn<QByteArray>("second");
+        QTest::addColumn<QString>("first");
+        QTest::addColumn<QString>("second");
         QTest::addColumn<QString>("fault");
 
-        QTest::newRow("cards") << QByteArray("1") << QByteArray("1")
+        QTest::newRow("cards") << QString("1") << QString("1")
                                << "units[1].files[0].targetPaths[0] is the same place as "
                                   "units[0].files[0].targetPaths[0]";
         QTest::newRow("main unit behind a card")
-            << QByteArray("1") << QByteArray("0")
+            << QString("1") << QString("0")
             << "units[1].files[0].targetPaths[0] is the same place as "
                "units[0].files[0].targetPaths[0]";
     }
     void cardUnitsWithOneTarget()
     {
-        QFETCH(QByteArray, first);
-        QFETCH(QByteArray, second);
-        const auto unit = [](const QByteArray &folder, const QByteArray &moduleId,
-                             const QByteArray &stepType, const QByteArray &file) {
-            return R"({ "folder": ")" + folder + R"(", "version": "1", "moduleId": )" + moduleId
-                + R"(, "stepType": )" + stepType + R"(, "files": [{ "fileName": ")" + file
-                + R"(", "fileLabel": "FPGA", "targetPaths": ["/one"] }] })";
-        };
-        write(R"({ "manifestVersion": 1, "units": [)" + unit("card", "1", first, "one.bin") + ", "
-                  + unit("main", "2", second, "MCU.dat") + "] }",
-              "manifest.json");
+        QFETCH(QString, first);
+        QFETCH(QString, second);
+        const QString unit = "{ \"folder\": \"%1\", \"version\": \"1\", \"moduleId\": %2, "
+                             "\"stepType\": %3, \"files\": [{ \"fileName\": \"%4\", "
+                             "\"fileLabel\": \"FPGA\", \"targetPaths\": [\"/one\"] }] }";
+        const QString units = unit.arg("card", "1", first, "one.bin") + ", "
+            + unit.arg("main", "2", second, "MCU.dat");
+        write("{ \"manifestVersion\": 1, \"units\": [" + units.toUtf8() + "] }", "manifest.json");
         PackageManifest result;
         QString errorText;
 

@@ -496,7 +496,7 @@ private Q_SLOTS:
                             "<DataPackage DeviceTypes=\"\" Version=\"3.1\" ModuleID=\"0x7701\" "
                             "IsSupportFromScratch=\"false\" StepType=\"0\">\n"
                             "    <EndSendCmd>\n"
-                            "        <CommandConfig CmdName=\"Done\" Data=\"&lt;&quot;\" "
+                            "        <CommandConfig CmdName=\"SendDeviceID\" Data=\"&lt;&quot;\" "
                             "IsCommonCmd=\"false\" Address=\"0x10\" WaitTime=\"0\" TimeOut=\"0\" "
                             "ExecuteTimes=\"0\" CmdFromNoneType=\"0\" SpecialPackID=\"0\"/>\n"
                             "    </EndSendCmd>\n"
