@@ -97,13 +97,13 @@ private:
     QEventLoop m_loop;
     HostExitCode m_code = HostExitCode::Failed;
     bool m_isInterrupted = false;
-    bool m_isPlanRefused = false; // by the handler, which has told why
 };
 
 RunDisplayOptions displayOptions(const CommandLine &options, Goal goal)
 {
     RunDisplayOptions display;
     display.style = OutputStyle::of(goal == Goal::Plan ? stderr : stdout);
+    display.coloursErrors = OutputStyle::of(stderr).colours;
     display.isQuiet = options.isGiven("quiet");
     display.isVerbose = options.isGiven("verbose");
     return display;
@@ -193,16 +193,16 @@ void Conductor::connectUpgrade()
     connect(&m_upgrade, &Upgrade::signalPlanned, this, &Conductor::takePlan);
     connect(&m_upgrade, &Upgrade::signalEnded, this, [this](const Verdict &verdict) {
         m_answer.reset();
-        m_code = m_isPlanRefused ? HostExitCode::Failed : verdictExitCode(verdict.code);
+        m_code = verdictExitCode(verdict.code);
         m_loop.quit();
     });
 }
 
 void Conductor::takePlan(const Plan &plan)
 {
-    if (m_takePlan && !m_takePlan(plan)) {
-        m_isPlanRefused = true;
-        m_upgrade.decline();
+    const auto refusal = m_takePlan ? m_takePlan(plan) : std::nullopt;
+    if (refusal) {
+        m_upgrade.refuse(*refusal);
         return;
     }
     if (m_wish.goal == Goal::Plan || m_options.isGiven("yes")) {

@@ -4,11 +4,14 @@
 #include "commandline.h"
 #include "process/hostexitcode.h"
 #include "run/upgradewish.h"
+#include "run/verdict.h"
 
 #include <functional>
+#include <optional>
 
-/*! Is given the plan as soon as it stands. False ends the upgrade there, with the error told. */
-using PlanHandler = std::function<bool(const Velmar::Host::Plan &plan)>;
+/*! Is given the plan as soon as it stands. A verdict ends the upgrade there, as that verdict. */
+using PlanHandler =
+    std::function<std::optional<Velmar::Host::Verdict>(const Velmar::Host::Plan &plan)>;
 
 /*!
     Takes an upgrade from \a wish to its verdict, for a person or, with --json, for a program:

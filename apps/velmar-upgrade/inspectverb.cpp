@@ -18,6 +18,7 @@
 
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 
 #include <atomic>
@@ -54,7 +55,7 @@ QJsonObject deviceObject(const DeviceSession &session, const DeviceAddress &addr
 }
 
 HostExitCode inspectImageFile(const QString &path, const CommandLine &options,
-                              const LogCapture &log)
+                              const ModelNames &names, const LogCapture &log)
 {
     const auto address = options.isSet("device") ? options.deviceAddress() : std::nullopt;
     if (!address)
@@ -67,8 +68,16 @@ HostExitCode inspectImageFile(const QString &path, const CommandLine &options,
     PackageParse parse(libraryPath(path));
     if (!finishParse(parse, std::nullopt, ParseLimit, log))
         return HostExitCode::PackageRefused;
-    printLine(QStringLiteral("%1 is an image configuration file that %2 takes")
-                  .arg(printable(path), address->toString()));
+    if (options.isGiven("json")) {
+        const QJsonObject object {
+            { QStringLiteral("imageConfiguration"), options.argument() },
+            { QStringLiteral("target"), deviceObject(*session, *address, names) },
+        };
+        print(QString::fromUtf8(printableJson(QJsonDocument(object).toJson())));
+    } else {
+        printLine(QStringLiteral("%1 is an image configuration file that %2 takes")
+                      .arg(printable(path), address->toString()));
+    }
     return HostExitCode::Ok;
 }
 
@@ -98,7 +107,7 @@ HostExitCode inspectVerb(const CommandLine &options)
 
     const QString folder = libraryPath(options.argument());
     if (QFileInfo(folder).isFile())
-        return inspectImageFile(folder, options, log);
+        return inspectImageFile(folder, options, names, log);
 
     // The library opens the index for writing, which the user's own folder is spared.
     QString errorText;
@@ -148,6 +157,9 @@ HostExitCode inspectVerb(const CommandLine &options)
         report.setFitting({ names.describe(*model), modelObject(*model, names), false },
                           offeredParts(parse.units(), *config));
     }
-    print(options.isSet("json") ? QString::fromUtf8(report.json()) : report.text());
+    if (!options.isGiven("json"))
+        print(report.text());
+    else if (code == HostExitCode::Ok) // the one line of an error is its verdict
+        print(QString::fromUtf8(report.json()));
     return code;
 }

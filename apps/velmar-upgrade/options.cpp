@@ -261,7 +261,8 @@ constexpr Entry Environment[] = {
     { "XDG_CONFIG_HOME", "Folder of the configuration file, in place of ~/.config." },
     { "XDG_CACHE_HOME", "Folder for private copies of packages, in place of ~/.cache." },
     { "XDG_STATE_HOME", "Folder for the records of runs, in place of ~/.local/state." },
-    { "XDG_RUNTIME_DIR", "Folder for the locks of devices." },
+    { "XDG_RUNTIME_DIR",
+      "Folder for the locks of devices where the cache folder cannot be written to." },
 };
 
 constexpr Entry Files[] = {

@@ -3,7 +3,6 @@
 #include "conduct.h"
 #include "console.h"
 #include "plantext.h"
-#include "show/printable.h"
 #include "upgradewishes.h"
 
 #include <QJsonDocument>
@@ -15,15 +14,12 @@ HostExitCode planVerb(const CommandLine &options)
     const auto wish = upgradeWish(options, Goal::Plan);
     if (!wish)
         return HostExitCode::Usage;
-    return conduct(*wish, options, [&options](const Plan &plan) {
+    return conduct(*wish, options, [&options](const Plan &plan) -> std::optional<Verdict> {
         QString errorText;
-        if (options.isGiven("output") && !plan.save(options.value("output"), errorText)) {
-            complain(HostExitCode::Failed, printable(errorText));
-            return false;
-        }
-        if (options.isGiven("json"))
-            return true; // its event has all of it
-        print(planText(plan).join(QLatin1Char('\n')) + QLatin1Char('\n'));
-        return true;
+        if (options.isGiven("output") && !plan.save(options.value("output"), errorText))
+            return verdict(VerdictCode::Usage, QStringLiteral("--output: ") + errorText);
+        if (!options.isGiven("json")) // whose event has all of it
+            print(planText(plan).join(QLatin1Char('\n')) + QLatin1Char('\n'));
+        return std::nullopt;
     });
 }

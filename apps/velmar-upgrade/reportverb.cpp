@@ -22,7 +22,7 @@ HostExitCode reportVerb(const CommandLine &options)
     }
     const auto path = options.value("output");
     if (!writeSupportFile(path, content, errorText))
-        return complain(HostExitCode::Failed, printable(errorText));
+        return complain(HostExitCode::Usage, QStringLiteral("--output: ") + printable(errorText));
     printLine(QStringLiteral("The run %1 is in %2").arg(run->id, printable(path)));
     return HostExitCode::Ok;
 }

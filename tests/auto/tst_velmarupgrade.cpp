@@ -347,6 +347,9 @@ private Q_SLOTS:
                                                         "--device", "wall", "--yes" }
                                        << 3 << "package-refused";
         QTest::newRow("status without a device") << QStringList { "status" } << 2 << "usage";
+        QTest::newRow("inspect for a model that nothing fits")
+            << QStringList { "inspect", m_package.path(), "--model", "0x7702" } << 3
+            << "package-refused";
     }
     void usageErrorAsJson()
     {

@@ -77,6 +77,13 @@ private Q_SLOTS:
                  QStringLiteral("%1 is an image configuration file that %2 takes\n")
                      .arg(file.fileName(), device.address()));
         QCOMPARE(run.exitCode, 0);
+
+        const auto json = UpgradeProgram::run(
+            { "inspect", file.fileName(), "--device", device.address(), "--json" });
+        const auto object = QJsonDocument::fromJson(json.out.toUtf8()).object();
+        QCOMPARE(object.value("imageConfiguration").toString(), file.fileName());
+        QCOMPARE(object.value("target").toObject().value("address").toString(), device.address());
+        QCOMPARE(json.exitCode, 0);
     }
 
     void nothingFits_data()

@@ -78,6 +78,16 @@ class tst_Operating : public QObject
     }
 
 private Q_SLOTS:
+    void planThatCannotBeKept()
+    {
+        DeviceProgram device;
+        QVERIFY(device.waitForReady());
+        const ExamplePackage package;
+        const auto run = UpgradeProgram::told(
+            withDevice({ "plan", package.path(), "-o", path("none/plan") }, device));
+        QCOMPARE(run.end(), QStringLiteral("2 usage"));
+    }
+
     void plan()
     {
         DeviceProgram device({ "--card", "2=0x7802:2" });

@@ -168,8 +168,13 @@ void Upgrade::agree()
 
 void Upgrade::decline()
 {
+    refuse(verdict(VerdictCode::Interrupted, QStringLiteral("The device stays as it was")));
+}
+
+void Upgrade::refuse(const Verdict &verdict)
+{
     if (m_state == State::Waiting)
-        end(verdict(VerdictCode::Interrupted, QStringLiteral("The device stays as it was")));
+        end(verdict);
 }
 
 void Upgrade::interrupt()

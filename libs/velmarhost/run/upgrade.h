@@ -61,6 +61,9 @@ public:
     /*! Ends behind signalPlanned(): the device stays as it was. */
     void decline();
 
+    /*! Ends behind signalPlanned() with \a verdict, for a plan that is of no use to the host. */
+    void refuse(const Velmar::Host::Verdict &verdict);
+
     /*!
         Stops at the next safe point. A message tells that, or why the upgrade goes on, and how to
         leave it.
