@@ -3,9 +3,9 @@
 #include "worker/workermain.h"
 
 #include <QCoreApplication>
+#include <QTextCodec>
 
 #include <algorithm>
-#include <clocale>
 #include <csignal>
 #include <iterator>
 
@@ -29,15 +29,17 @@ constexpr Handler Handlers[] = {
 int main(int argc, char **argv)
 {
     // Help, the version and errors of the command line are told before Qt is started.
-    std::setlocale(LC_ALL, ""); // as Qt would: words are in the user's encoding
+    // Words, names of files and what is written are UTF-8 whatever the locale says: those of a package
+    // are, and so is JSON.
     QStringList words;
     for (int i = 1; i < argc; ++i)
-        words.append(QString::fromLocal8Bit(argv[i]));
+        words.append(QString::fromUtf8(argv[i]));
     auto code = HostExitCode::Ok;
     const auto options = readCommandLine(words, code);
     if (!options)
         return static_cast<int>(code);
     const QCoreApplication application(argc, argv);
+    QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
     // A file that gets too large for a limit of the system is an error that is told, as a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     // Not for people, and so in no help: each upgrade runs in a process that the program starts

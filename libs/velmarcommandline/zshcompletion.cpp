@@ -15,7 +15,7 @@ QString inQuotes(QString text)
     return QLatin1Char('\'') + text + QLatin1Char('\'');
 }
 
-/*! \a text without a meaning in a specification of _arguments or an item of _describe. */
+/*! \a text without a meaning in what _arguments and _describe take. */
 QString escaped(QString text)
 {
     for (const char letter : { '\\', ':', '[', ']' })
