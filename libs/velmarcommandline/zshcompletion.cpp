@@ -37,7 +37,7 @@ QString action(ValueKind kind, const QStringList &words)
     }
 }
 
-QString optionSpecification(const Option &option)
+QString optionEntry(const Option &option)
 {
     const QString name = QLatin1String("--") + QLatin1String(option.name());
     const QString sign = option.hasValue() ? QStringLiteral("=") : QString();
@@ -58,12 +58,12 @@ QString optionSpecification(const Option &option)
              inQuotes(text));
 }
 
-QString specifications(const std::vector<const Option *> &options, const Table<Argument> &arguments,
-                       const QString &indent)
+QString argumentsCall(const std::vector<const Option *> &options, const Table<Argument> &arguments,
+                      const QString &indent)
 {
     QStringList lines;
     for (const Option *option : options)
-        lines.append(optionSpecification(*option));
+        lines.append(optionEntry(*option));
     int place = 0;
     for (const Argument &argument : arguments)
         lines.append(
@@ -84,7 +84,7 @@ QByteArray zshCompletion(const Program &program)
         QStringLiteral("#compdef %1\n# Made of the program's table of options.\n\n").arg(name);
     if (program.verbs.isEmpty()) {
         text +=
-            specifications(optionsOf(program, nullptr), program.arguments, QStringLiteral("    "))
+            argumentsCall(optionsOf(program, nullptr), program.arguments, QStringLiteral("    "))
             + QLatin1Char('\n');
         return text.toUtf8();
     }
@@ -92,7 +92,7 @@ QByteArray zshCompletion(const Program &program)
                           "typeset -A opt_args\n"
                           "_arguments -C \\\n");
     for (const Option &option : program.options)
-        text += QLatin1String("    ") + optionSpecification(option) + QLatin1String(" \\\n");
+        text += QLatin1String("    ") + optionEntry(option) + QLatin1String(" \\\n");
     text += QLatin1String("    '1: :->verb' '*:: :->behind' && ret=0\n"
                           "case $state in\n"
                           "verb)\n"
@@ -107,8 +107,8 @@ QByteArray zshCompletion(const Program &program)
             + QLatin1Char('\n');
         cases += QStringLiteral("    %1)\n        %2 && ret=0\n        ;;\n")
                      .arg(verbName,
-                          specifications(optionsOf(program, &verb), verb.arguments,
-                                         QStringLiteral("            ")));
+                          argumentsCall(optionsOf(program, &verb), verb.arguments,
+                                        QStringLiteral("            ")));
     }
     text += QLatin1String("    )\n"
                           "    _describe -t verbs verb verbs && ret=0\n"
