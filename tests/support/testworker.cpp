@@ -44,14 +44,19 @@ void wait()
         pause();
 }
 
-void tellEverything()
+Plan shortPlan()
 {
-    tell(PhaseTell { Phase::Planning });
     Plan plan;
     plan.device.address = { QStringLiteral("192.0.2.7"), 9720 };
     plan.device.modelName = QStringLiteral("Strata S8");
     plan.packagePath = QStringLiteral("/package");
-    tell(PlanTell { plan });
+    return plan;
+}
+
+void tellEverything()
+{
+    tell(PhaseTell { Phase::Planning });
+    tell(PlanTell { shortPlan() });
     tell(StatusTell { QStringLiteral("status") });
     tell(PhaseTell { Phase::Sending });
     tell(SendingTell { 7, 70, 1000 });
@@ -65,6 +70,51 @@ void tellEverything()
     tell(LogTell { QtWarningMsg, QStringLiteral("log") });
     tell(StopTell { true });
     tell(EndTell { true, QStringLiteral("done") });
+}
+
+/*! One step of a worker that plays an upgrade. */
+void play(const std::string &step)
+{
+    std::string line;
+    LinkTraffic traffic;
+    traffic.requests = 9;
+    traffic.sentBytes = 1000;
+    traffic.isOrdered = true;
+    if (step == "plan")
+        tell(PlanTell { shortPlan() });
+    else if (step == "send")
+        tell(PhaseTell { Phase::Sending });
+    else if (step == "install")
+        tell(PhaseTell { Phase::Installing });
+    else if (step == "ordered")
+        tell(TrafficTell { traffic });
+    else if (step == "running") {
+        traffic.result = 1;
+        tell(TrafficTell { traffic });
+    } else if (step == "failed") {
+        traffic.result = 3;
+        traffic.isEndTold = true;
+        tell(TrafficTell { traffic });
+    } else if (step == "hear") // a command; the end of the host is none
+        std::getline(std::cin, line);
+    else if (step == "go on")
+        tell(StopTell { false });
+    else if (step == "good")
+        tell(EndTell { true, QString() });
+    else if (step == "bad")
+        tell(EndTell { false, QString() });
+    else if (step == "refuse failed")
+        tell(RefusedTell { VerdictCode::InstallFailed, QStringLiteral("failed before") });
+    else if (step == "garbage, ordered") {
+        print("Segmentation fault\n");
+        tell(TrafficTell { traffic });
+        wait();
+    } else if (step == "die")
+        std::raise(SIGKILL);
+    else if (step == "wait")
+        wait();
+    else
+        std::abort();
 }
 
 /*! What the host has set up for this process; \a descriptor is one that it hands on. */
@@ -95,7 +145,13 @@ int main(int argc, char **argv)
 
     std::string line;
     std::getline(std::cin, line);
-    if (what == "order")
+    if (what == "plays") { // its steps, and those of a worker that watches behind "watch"
+        int i = 2;
+        if (line.find("\"mode\":\"watch\"") != std::string::npos)
+            while (i < argc && std::string(argv[i++]) != "watch") { }
+        for (; i < argc && std::string(argv[i]) != "watch"; ++i)
+            play(argv[i]);
+    } else if (what == "order")
         tellText(line);
     else if (what == "everything")
         tellEverything();

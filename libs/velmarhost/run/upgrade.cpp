@@ -241,7 +241,7 @@ void Upgrade::leave()
 bool Upgrade::isWritingRegisters() const
 {
     // The phase is told before the first write goes out, and the traffic behind it.
-    return m_state == State::Working && m_wish.road == Road::Registers
+    return m_state == State::Working && m_worker->isRunning() && m_wish.road == Road::Registers
         && (m_phase == Phase::Sending || m_worker->traffic().isOrdered);
 }
 

@@ -1,0 +1,271 @@
+#include "run/upgrade.h"
+
+#include "support/packagebuilder.h"
+#include "support/scriptedlink.h"
+
+#include <QCborArray>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <memory>
+
+using namespace Velmar;
+using namespace Velmar::Host;
+
+namespace {
+
+/*! What an upgrade tells, in short. */
+class Recorder final : public RunEventSink
+{
+public:
+    void take(const RunEvent &event) override
+    {
+        if (event.kind == RunEvent::Kind::Phase)
+            phases.append(phaseWord(event.phase));
+        else if (event.kind == RunEvent::Kind::Message && event.code == QLatin1String("warning")
+                 && !event.text.contains(QLatin1String("DataFilPathCfg.xml"))) // of the package
+            warnings.append(event.text);
+        else if (event.kind == RunEvent::Kind::Verdict)
+            ends.append(verdictWord(event.summary->verdict.code));
+        isEndLast = event.kind == RunEvent::Kind::Verdict;
+    }
+
+    QString lastPhase() const { return phases.value(phases.size() - 1); }
+    QString lastWarning() const { return warnings.value(warnings.size() - 1); }
+
+    QStringList phases;
+    QStringList warnings;
+    QStringList ends;
+    bool isEndLast = false;
+};
+
+std::shared_ptr<ScriptedLink> makeDevice(int result)
+{
+    auto link = std::make_shared<ScriptedLink>();
+    link->answer(QStringLiteral("hello"),
+                 ScriptedLink::accepted({ { QStringLiteral("protocol"), 1 },
+                                          { QStringLiteral("modelId"), 0x7701 },
+                                          { QStringLiteral("serial"), QStringLiteral("S8-0001") },
+                                          { QStringLiteral("name"), QStringLiteral("left wall") },
+                                          { QStringLiteral("cards"), QCborArray() } }));
+    link->answer(QStringLiteral("version.read"),
+                 ScriptedLink::accepted({ { QStringLiteral("version"), QStringLiteral("1.0.0.0") },
+                                          { QStringLiteral("parts"), QCborArray() } }));
+    link->answer(QStringLiteral("upgrade.progress"),
+                 ScriptedLink::accepted(
+                     { { QStringLiteral("result"), result }, { QStringLiteral("rate"), 40 } }));
+    return link;
+}
+
+UpgradeWish wishFor(Goal goal, Road road, const PackageBuilder &package)
+{
+    UpgradeWish wish;
+    wish.goal = goal;
+    wish.road = road;
+    wish.device = { QStringLiteral("wall"), 9720 };
+    if (goal != Goal::Watch)
+        wish.packagePath = package.path();
+    return wish;
+}
+
+UpgradeSettings settingsIn(const QTemporaryDir &folder)
+{
+    UpgradeSettings settings;
+    settings.workFolder = folder.filePath(QStringLiteral("packages"));
+    return settings;
+}
+
+UpgradeSurroundings surroundings(const QStringList &steps,
+                                 const std::shared_ptr<ScriptedLink> &device)
+{
+    UpgradeSurroundings surroundings;
+    surroundings.worker.program = QStringLiteral(VELMAR_TEST_WORKER);
+    surroundings.worker.arguments = QStringList(QStringLiteral("plays")) + steps;
+    surroundings.makeLink = [device](const DeviceAddress &) {
+        return device;
+    };
+    return surroundings;
+}
+
+/*! An upgrade of a device that is none, by a worker that plays \a steps. */
+class Run
+{
+public:
+    Run(const QStringList &steps, int installation, Goal goal = Goal::Upgrade,
+        Road road = Road::Native)
+        : device(makeDevice(installation))
+    {
+        isPackaged = package.index({});
+        upgrade = std::make_unique<Upgrade>(wishFor(goal, road, package), settingsIn(folder),
+                                            events, surroundings(steps, device));
+        QObject::connect(upgrade.get(), &Upgrade::signalCopied, upgrade.get(),
+                         [this](const QString &path) { copyPath = path; });
+        QObject::connect(upgrade.get(), &Upgrade::signalPlanned, upgrade.get(),
+                         [this] { upgrade->agree(); });
+    }
+
+    bool hasEnded() const { return !events.ends.isEmpty(); }
+
+    PackageBuilder package;
+    QTemporaryDir folder;
+    Recorder events;
+    std::shared_ptr<ScriptedLink> device;
+    QString copyPath;
+    bool isPackaged = false;
+    std::unique_ptr<Upgrade> upgrade; // the last member: it uses the others
+};
+
+const QStringList Ordered { "plan", "hear", "send", "install", "ordered" };
+
+} // namespace
+
+/*! The order of events that only a worker could bring about, which is played here. */
+class tst_Upgrade : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_cache; // for the locks
+
+private Q_SLOTS:
+    void initTestCase() { qputenv("XDG_CACHE_HOME", m_cache.path().toUtf8()); }
+
+    void end_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<int>("goal");
+        QTest::addColumn<QString>("end");
+
+        const int upgrade = int(Goal::Upgrade);
+        const int watch = int(Goal::Watch);
+        QTest::newRow("dies while it plans")
+            << QStringList { "die" } << upgrade << QStringLiteral("worker-died");
+        QTest::newRow("dies while it sends") << QStringList { "plan", "hear", "send", "die" }
+                                             << upgrade << QStringLiteral("worker-died");
+        QTest::newRow("is bad while it prepares")
+            << QStringList { "plan", "hear", "bad" } << upgrade << QStringLiteral("prepare-failed");
+        QTest::newRow("is bad while it sends") << QStringList { "plan", "hear", "send", "bad" }
+                                               << upgrade << QStringLiteral("send-failed");
+        QTest::newRow("is good without a byte")
+            << QStringList { "plan", "hear", "good" } << upgrade << QStringLiteral("nothing-sent");
+        QTest::newRow("watches a failed installation") << QStringList { "watch", "refuse failed" }
+                                                       << watch << QStringLiteral("install-failed");
+        QTest::newRow("is lost, and watches a failed one")
+            << QStringList { "watch", "install", "running", "refuse failed" } << watch
+            << QStringLiteral("install-failed");
+    }
+    void end()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(int, goal);
+        Run run(steps, 1, Goal(goal));
+        QVERIFY(run.isPackaged);
+        run.upgrade->start();
+        QTRY_VERIFY(run.hasEnded());
+        QTEST(run.events.ends.constFirst(), "end");
+        QVERIFY(run.events.isEndLast);
+    }
+
+    void everyLostWorkerIsFollowed()
+    {
+        Run run(Ordered + QStringList { "running", "die", "watch", "install", "running", "die" },
+                1);
+        run.upgrade->start();
+        QTRY_COMPARE(run.events.ends, QStringList("worker-lost"));
+        // What goes on is no new phase, and none comes again.
+        QCOMPARE(run.events.phases, QStringList({ "copy", "check", "plan", "send", "install" }));
+    }
+
+    void orderBehindTheFault()
+    {
+        // The last that a worker tells before it is killed is that the device is at work.
+        Run run({ "plan", "hear", "send", "garbage, ordered", "watch", "wait" }, 1);
+        run.upgrade->start();
+        QTRY_COMPARE(run.events.warnings.size(), 2);
+        QCOMPARE(run.events.lastWarning(),
+                 QStringLiteral("The device was lost while it may have been installing"));
+        QVERIFY(!run.hasEnded());
+    }
+
+    void noRestartAtAnOldEnd()
+    {
+        // The device has taken the order and shows the end of an older installation: a worker that
+        // watches would restart it.
+        Run run(Ordered + QStringList { "die", "watch", "refuse failed" }, 2);
+        run.upgrade->start();
+        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("restart"));
+        QVERIFY(!run.hasEnded());
+        QVERIFY(!run.device->operations().contains("device.shutdown"));
+    }
+
+    void interruptWhileWatching()
+    {
+        Run run({ "watch", "install", "running", "hear", "bad" }, 1, Goal::Watch);
+        run.upgrade->start();
+        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("install"));
+        run.upgrade->interrupt();
+        QCOMPARE(run.events.ends, QStringList("left"));
+        QCoreApplication::processEvents();
+        QVERIFY(run.events.isEndLast);
+        QVERIFY(run.events.warnings.isEmpty());
+    }
+
+    void interruptWhileALostDeviceIsWatched()
+    {
+        Run run(Ordered + QStringList { "running", "die", "watch", "install", "wait" }, 1);
+        run.upgrade->start();
+        QTRY_COMPARE(run.events.warnings.size(), 2);
+        QTRY_VERIFY(run.device->operations().count("upgrade.progress") > 0);
+        QTRY_VERIFY((run.upgrade->interrupt(), run.events.warnings.size() > 2 || run.hasEnded()));
+        QVERIFY(!run.hasEnded());
+        QVERIFY(
+            run.events.lastWarning().startsWith("The upgrade goes on: the device is installing"));
+        run.upgrade->leave();
+        QCOMPARE(run.events.ends, QStringList("left"));
+    }
+
+    void interruptBehindTheLastStep()
+    {
+        QDir locks(m_cache.filePath(QStringLiteral("velmar-upgrade/locks")));
+        QVERIFY(locks.removeRecursively());
+        Run run({}, 1);
+        connect(run.upgrade.get(), &Upgrade::signalCopied, this, [] { QFAIL("goes on"); });
+        run.upgrade->start();
+        // The lock is the last that the preparation does in its thread; nobody has heard of it yet.
+        QElapsedTimer passed;
+        passed.start();
+        while (locks.entryList(QDir::Files).isEmpty() && !passed.hasExpired(5000))
+            QThread::yieldCurrentThread();
+        QVERIFY(!locks.entryList(QDir::Files).isEmpty());
+        run.upgrade->interrupt();
+        QTRY_COMPARE(run.events.ends, QStringList("interrupted"));
+    }
+
+    void failureIsToldWhoeverEndsTheWait()
+    {
+        Run run(Ordered + QStringList { "failed", "bad" }, 3);
+        run.upgrade->start();
+        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("restart"));
+        QVERIFY(!run.hasEnded());
+        run.upgrade->interrupt();
+        QCOMPARE(run.events.ends, QStringList("install-failed"));
+    }
+
+    void registersAreWrittenToTheEnd()
+    {
+        Run run({ "plan", "hear", "send", "ordered", "hear" }, 0, Goal::Upgrade, Road::Registers);
+        run.upgrade->start();
+        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("send"));
+        QTRY_VERIFY((run.upgrade->interrupt(), !run.events.warnings.isEmpty()) || run.hasEnded());
+        QVERIFY(run.events.lastWarning().startsWith(
+            "The upgrade goes on: between two register writes"));
+        run.upgrade->leave();
+        QCOMPARE(run.events.ends, QStringList("left"));
+        QVERIFY(run.upgrade->isWorkerLeft());
+        // What the process needs that goes on stays, also without this object.
+        run.upgrade.reset();
+        QVERIFY(QFileInfo::exists(run.copyPath));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_Upgrade)
+#include "tst_upgrade.moc"
