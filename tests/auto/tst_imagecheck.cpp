@@ -135,6 +135,40 @@ private Q_SLOTS:
         QVERIFY2(errorText.startsWith("The image is not as planned: "), qPrintable(errorText));
     }
 
+    void sumLeftToSender()
+    {
+        auto image = exampleImage().build();
+        image[image.size() - 1] = char(image.at(image.size() - 1) + 1);
+        QString errorText;
+        QVERIFY2(checkImage(stored(image), examplePlan(), errorText, ImageSum::LeftToSender),
+                 qPrintable(errorText));
+    }
+
+    // Whoever adds up the bytes, the rest of the image is looked at.
+    void faultsBesideTheSum_data()
+    {
+        QTest::addColumn<QByteArray>("image");
+        QTest::addColumn<QString>("errorText");
+
+        const QByteArray image = exampleImage().build();
+        QTest::newRow("cut off") << image.left(100)
+                                 << "the file has 100 bytes, an image at least 258";
+        auto marked = image;
+        marked[8] = '\0';
+        QTest::newRow("mark") << marked << "byte 8 of the header is 0x00 instead of 0xa8";
+        auto renamed = image;
+        renamed[256] = 'x';
+        QTest::newRow("target") << renamed << "it has \"xfw/mcu\" in the place of \"/fw/mcu\"";
+    }
+    void faultsBesideTheSum()
+    {
+        QFETCH(QByteArray, image);
+        QFETCH(QString, errorText);
+        QString told;
+        QVERIFY(!checkImage(stored(image), examplePlan(), told, ImageSum::LeftToSender));
+        QCOMPARE(told, "The image is not as planned: " + errorText);
+    }
+
     void noImage()
     {
         QString errorText;

@@ -47,11 +47,14 @@ QString difference(const ImageRecord &record, const Plan &plan)
     return {};
 }
 
-QString faultOf(ImageReader &reader, const Plan &plan)
+QString faultOf(ImageReader &reader, const Plan &plan, ImageSum sum)
 {
     QString fault;
-    if (!reader.check(fault))
+    const bool isSound = sum == ImageSum::Checked ? reader.check(fault) : reader.readHeader(fault);
+    if (!isSound)
         return fault;
+    if (!reader.headerFault().isEmpty())
+        return reader.headerFault();
     const auto &header = reader.header();
     if (header.modelId != plan.device.modelId)
         return QStringLiteral("it is for model %1 and not for %2")
@@ -74,7 +77,7 @@ QString faultOf(ImageReader &reader, const Plan &plan)
 
 } // namespace
 
-bool checkImage(const QString &path, const Plan &plan, QString &errorText)
+bool checkImage(const QString &path, const Plan &plan, QString &errorText, ImageSum sum)
 {
     QFile image(path);
     if (!image.open(QIODevice::ReadOnly)) {
@@ -82,7 +85,7 @@ bool checkImage(const QString &path, const Plan &plan, QString &errorText)
         return false;
     }
     ImageReader reader(image);
-    const QString fault = faultOf(reader, plan);
+    const QString fault = faultOf(reader, plan, sum);
     if (!fault.isEmpty())
         errorText = QStringLiteral("The image is not as planned: %1").arg(fault);
     return fault.isEmpty();

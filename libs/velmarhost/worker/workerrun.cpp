@@ -501,7 +501,8 @@ void WorkerRun::announceOrder(bool isRestart)
 QString WorkerRun::imageFault() const
 {
     QString errorText;
-    checkImage(m_order.packagePath + QLatin1String("/upgrade"), m_plan, errorText);
+    checkImage(m_order.packagePath + QLatin1String("/upgrade"), m_plan, errorText,
+               ImageSum::LeftToSender);
     return errorText;
 }
 
