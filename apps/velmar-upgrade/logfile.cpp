@@ -20,6 +20,10 @@ QString lineOf(const RunEvent &event)
             .arg(verdictWord(event.summary->verdict.code), event.summary->verdict.sentence);
     case RunEvent::Kind::Progress:
     case RunEvent::Kind::Plan:
+    case RunEvent::Kind::Devices:
+    case RunEvent::Kind::Versions:
+    case RunEvent::Kind::Status:
+    case RunEvent::Kind::Inspection:
         break;
     }
     return {};

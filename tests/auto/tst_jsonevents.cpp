@@ -76,7 +76,7 @@ private Q_SLOTS:
         log.code = QStringLiteral("debug");
         json.take(log);
         auto plan = event(RunEvent::Kind::Plan);
-        plan.data = { { "format", 1 } };
+        plan.data = QJsonObject { { "format", 1 } };
         json.take(plan);
         json.take(end(VerdictCode::Confirmed));
 
@@ -92,6 +92,56 @@ private Q_SLOTS:
                             R"("run":"20260102T030405678Z-0123abcd","schema":1,"seq":2,"text":"",)"
                             R"("time":"2026-01-02T03:04:05.678Z"})"));
         QCOMPARE(json.sequence(), 8);
+    }
+
+    void answersAreLinesOfTheSchema()
+    {
+        using Kind = RunEvent::Kind;
+        const QByteArray device = R"("address":"127.0.0.1:9720","modelId":30465,)"
+                                  R"("model":"Strata S8","name":"wall","serial":"S8")";
+        const QByteArray cards =
+            R"(,"cards":[{"boardId":2,"model":"card","modelId":30722,"slotId":1}])";
+        const std::vector<std::pair<Kind, QByteArray>> answers = {
+            { Kind::Devices, "[{" + device + "}]" },
+            { Kind::Versions,
+              "{" + device + cards + R"(,"brief":"","version":"1.0","parts":[{"brief":"",)"
+                  + R"("modelId":30465,"slotId":0,"type":1,"version":"1.0","sections":[{)"
+                  + R"("brief":"","code":257,"name":"MCU","version":"1.0"}]}]})" },
+            { Kind::Status, "{" + device + cards + R"(,"percent":37,"state":"installing"})" },
+            { Kind::Inspection,
+              R"({"package":"p","units":[{"folder":"gone","problem":"empty"},{"folder":"main",)"
+              R"("modelId":30465,"model":"Strata S8","stepType":0,"version":"1.0","files":[{)"
+              R"("section":"MCU","file":"mcu.bin","boardId":0,"bytes":null}]}]})" },
+            { Kind::Inspection,
+              R"({"package":"p","units":[],"target":{"model":"Strata S8","modelId":30465},)"
+              R"("parts":[{"part":"main control","slotId":0,"boardId":0,"modelId":30465,)"
+              R"("sections":[{"code":257,"name":"MCU"}]}]})" },
+            { Kind::Inspection, R"({"imageConfiguration":"i","target":{)" + device + cards + "}}" },
+            // Those behind this one are none.
+            { Kind::Devices, "[{" + device + R"(,"colour":"blue"}])" },
+            { Kind::Status, "{" + device + cards + R"(,"percent":37})" },
+            { Kind::Inspection, R"({"package":"p"})" },
+            { Kind::Versions, "[]" },
+        };
+        auto json = events();
+        QStringList words;
+        for (const auto &[kind, document] : answers) {
+            auto answer = event(kind);
+            const auto told = QJsonDocument::fromJson(document);
+            answer.data = told.isArray() ? QJsonValue(told.array()) : QJsonValue(told.object());
+            json.take(answer);
+            words.append(last().value("event").toString());
+            QCOMPARE(last().value("data"), answer.data);
+        }
+        QCOMPARE(words.mid(0, 4), QStringList({ "devices", "versions", "status", "inspect" }));
+        json.take(end(VerdictCode::Answered));
+        auto faults = eventFaults(m_lines).trimmed().split('\n');
+        QCOMPARE(faults.size(), 4);
+        QVERIFY2(faults.at(0).startsWith("line 7: data/0: Unevaluated properties"),
+                 faults.at(0).constData());
+        QCOMPARE(faults.at(1), QByteArray("line 8: data: 'state' is a required property"));
+        QVERIFY2(faults.at(2).startsWith("line 9: data: "), faults.at(2).constData());
+        QCOMPARE(faults.at(3), QByteArray("line 10: data: [] is not of type 'object'"));
     }
 
     void verdictTellsTheWhole()
@@ -233,7 +283,7 @@ private Q_SLOTS:
         progress.parts = { { text, 7, text } };
         json.take(progress);
         auto plan = event(RunEvent::Kind::Plan, text);
-        plan.data = { { "file", text }, { text, 1 } };
+        plan.data = QJsonObject { { "file", text }, { text, 1 } };
         json.take(plan);
         // A file name of the plan stays what it is, and only its bytes are harmless.
         QCOMPARE(last().value("data").toObject().value("file").toString(), text);

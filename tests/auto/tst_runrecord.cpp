@@ -103,7 +103,7 @@ private Q_SLOTS:
         log.code = QStringLiteral("debug");
         record->take(log);
         auto plan = event(RunEvent::Kind::Plan);
-        plan.data = { { "format", 1 } };
+        plan.data = QJsonObject { { "format", 1 } };
         record->take(plan);
         record->take(end());
 

@@ -73,8 +73,8 @@ private Q_SLOTS:
                            QStringLiteral("open \"/var/tmp/velmar/0123/a.dat\""),
                            QStringLiteral("debug")));
         auto plan = event(RunEvent::Kind::Plan);
-        plan.data = { { "packagePath", "/media/stick/wall 7" },
-                      { "files", QJsonArray { QJsonObject { { "file", "a.dat" } } } } };
+        plan.data = QJsonObject { { "packagePath", "/media/stick/wall 7" },
+                                  { "files", QJsonArray { QJsonObject { { "file", "a.dat" } } } } };
         record->take(plan);
         auto end = event(RunEvent::Kind::Verdict);
         end.summary.emplace();

@@ -29,6 +29,7 @@ void TestVerdict::code_data()
 
     QTest::newRow("confirmed") << "confirmed" << 0;
     QTest::newRow("nothing-to-do") << "confirmed" << 0;
+    QTest::newRow("answered") << "confirmed" << 0;
     for (const char *word : { "not-returned", "not-restarted", "versions-differ",
                               "versions-unreadable", "not-comparable", "other-device",
                               "no-progress", "device-lost", "time-limit", "worker-lost" })

@@ -31,6 +31,7 @@ constexpr auto Inspect = "Look at the package with \"velmar-upgrade inspect\".";
 constexpr CodeText Texts[] = {
     { VerdictCode::Confirmed, Confirmed, HostExitCode::Ok, "confirmed", "" },
     { VerdictCode::NothingToDo, Confirmed, HostExitCode::Ok, "nothing-to-do", "" },
+    { VerdictCode::Answered, Confirmed, HostExitCode::Ok, "answered", "" },
     { VerdictCode::NotReturned, Unconfirmed, HostExitCode::Unconfirmed, "not-returned",
       "Look at the device itself; it may still be starting. Do not switch it off before it is." },
     { VerdictCode::NotRestarted, Unconfirmed, HostExitCode::Unconfirmed, "not-restarted",

@@ -11,7 +11,9 @@ namespace Velmar::Host {
 
 /*! How sure a host is of the end of an upgrade. */
 enum class VerdictKind {
-    Confirmed, //!< the device itself says that it has what was planned, or there was nothing to do
+    /*! The device itself says that it has what was planned, there was nothing to do, or what was
+        asked is told. */
+    Confirmed,
     Unconfirmed, //!< the device may have it, or may still get it
     Failed, //!< the device does not have it
 };
@@ -21,6 +23,7 @@ enum class VerdictCode {
     // Confirmed.
     Confirmed,
     NothingToDo,
+    Answered, //!< nothing but a question was asked, and it is answered
     // Unconfirmed: the device had begun, or may have.
     NotReturned, //!< it did not come back in time
     NotRestarted, //!< it has not restarted, so that its versions say nothing yet

@@ -85,6 +85,10 @@ void JsonEvents::take(const RunEvent &event)
     case RunEvent::Kind::Log:
         break;
     case RunEvent::Kind::Plan:
+    case RunEvent::Kind::Devices:
+    case RunEvent::Kind::Versions:
+    case RunEvent::Kind::Status:
+    case RunEvent::Kind::Inspection:
         object.insert("data", event.data);
         break;
     case RunEvent::Kind::Verdict:

@@ -111,6 +111,11 @@ void RunDisplay::take(const RunEvent &event)
         if (!event.text.isEmpty())
             message(event.text);
         break;
+    case RunEvent::Kind::Devices:
+    case RunEvent::Kind::Versions:
+    case RunEvent::Kind::Status:
+    case RunEvent::Kind::Inspection:
+        break; // no part of a run
     case RunEvent::Kind::Log:
         if (m_options.isVerbose && !m_options.isQuiet)
             print(m_writeError, QStringLiteral("log: ") + printable(event.text));

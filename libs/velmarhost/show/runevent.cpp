@@ -65,6 +65,14 @@ QString runEventWord(RunEvent::Kind kind)
         return QStringLiteral("message");
     case RunEvent::Kind::Plan:
         return QStringLiteral("plan");
+    case RunEvent::Kind::Devices:
+        return QStringLiteral("devices");
+    case RunEvent::Kind::Versions:
+        return QStringLiteral("versions");
+    case RunEvent::Kind::Status:
+        return QStringLiteral("status");
+    case RunEvent::Kind::Inspection:
+        return QStringLiteral("inspect");
     case RunEvent::Kind::Log:
         return QStringLiteral("log");
     case RunEvent::Kind::Verdict:

@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QJsonObject>
+#include <QJsonValue>
 #include <QString>
 #include <QStringList>
 
@@ -51,13 +52,18 @@ struct RunSummary {
     QJsonObject toJson() const;
 };
 
-/*! Something that happens in a run, as a host tells it. */
+/*! Something that happens in a run, or while a question is answered, as a host tells it. */
 struct RunEvent {
     enum class Kind {
         Phase, //!< a phase begins
         Progress, //!< of the phase: percent, bytes, parts
         Message, //!< text for people; code "warning" if it is one
         Plan, //!< data is the plan
+        // What a question was answered with, as data; text is a sentence about it.
+        Devices,
+        Versions,
+        Status,
+        Inspection,
         Log, //!< a line of a log; code is its level, as in "debug"
         Verdict, //!< the end: summary is set
     };
@@ -73,7 +79,7 @@ struct RunEvent {
     std::chrono::seconds silence { 0 }; //!< with Phase: the longest time without news; 0: not told
     QString code; //!< a stable word
     QString text; //!< for people; made printable by those who show it
-    QJsonObject data; //!< with Plan
+    QJsonValue data; //!< with Plan, and with what a question was answered with
     std::optional<RunSummary> summary; //!< with Verdict
     QDateTime time = QDateTime::currentDateTimeUtc();
 };

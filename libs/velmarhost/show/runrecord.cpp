@@ -99,11 +99,15 @@ void RunRecord::take(const RunEvent &event)
         break;
     case RunEvent::Kind::Plan:
         if (!replaceRecordFile(m_folder, RecordFiles::Plan,
-                               printableJson(QJsonDocument(event.data).toJson())))
+                               printableJson(QJsonDocument(event.data.toObject()).toJson())))
             fail(QLatin1String(RecordFiles::Plan));
         break;
     case RunEvent::Kind::Phase:
     case RunEvent::Kind::Message:
+    case RunEvent::Kind::Devices:
+    case RunEvent::Kind::Versions:
+    case RunEvent::Kind::Status:
+    case RunEvent::Kind::Inspection:
     case RunEvent::Kind::Verdict:
         break;
     }
