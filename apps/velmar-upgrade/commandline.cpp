@@ -23,14 +23,14 @@ QString CommandLine::argument() const
 std::optional<DeviceAddress> CommandLine::deviceAddress() const
 {
     if (!isSet("device")) {
-        complain(HostExitCode::Usage,
+        complain(VerdictCode::Usage,
                  QStringLiteral("No device is named. Add --device HOST[:PORT]"));
         return std::nullopt;
     }
     QString errorText;
     auto address = DeviceAddress::parse(value("device"), SSProxy::DefaultDevicePort, errorText);
     if (!address)
-        complain(HostExitCode::Usage, QStringLiteral("--device: ") + errorText);
+        complain(VerdictCode::Usage, QStringLiteral("--device: ") + errorText);
     return address;
 }
 
@@ -42,7 +42,7 @@ std::chrono::milliseconds CommandLine::timeLimit() const
 std::optional<CommandLine> readCommandLine(const QStringList &words, HostExitCode &code)
 {
     if (words.contains(QStringLiteral("--json")))
-        complainAsJson();
+        writeJson();
     auto result = Cli::parse(UpgradeProgram, words);
     code = HostExitCode::Ok;
     switch (result.kind) {
@@ -53,7 +53,7 @@ std::optional<CommandLine> readCommandLine(const QStringList &words, HostExitCod
         print(QStringLiteral("velmar-upgrade " VELMAR_VERSION "\n"));
         return std::nullopt;
     case Cli::ParseResult::Kind::Error:
-        code = complain(HostExitCode::Usage, result.errorText);
+        code = complain(VerdictCode::Usage, result.errorText);
         return std::nullopt;
     case Cli::ParseResult::Kind::Command:
         break;
@@ -65,7 +65,7 @@ std::optional<CommandLine> readCommandLine(const QStringList &words, HostExitCod
             : Cli::configurationPath(UpgradeProgram, environment);
         QString errorText;
         if (!Cli::addSettings(*result.command, environment, file, errorText)) {
-            code = complain(HostExitCode::Usage, errorText);
+            code = complain(VerdictCode::Usage, errorText);
             return std::nullopt;
         }
     }

@@ -1,12 +1,12 @@
 #include "conduct.h"
 
 #include "console.h"
+#include "jsonoutput.h"
 #include "logfile.h"
 #include "plantext.h"
 #include "process/interruptwatcher.h"
 #include "process/logcapture.h"
 #include "run/upgrade.h"
-#include "show/jsonevents.h"
 #include "show/rundisplay.h"
 #include "show/runrecord.h"
 
@@ -41,27 +41,6 @@ UpgradeSettings settingsOf(const CommandLine &options, Goal goal)
     return settings;
 }
 
-/*! Passes on what belongs on the JSON road to a program: log lines if they are asked for. */
-class JsonOutput final : public RunEventSink
-{
-public:
-    JsonOutput(const QString &runId, bool isVerbose)
-        : m_events(runId, [](const QByteArray &line) { print(QString::fromUtf8(line)); })
-        , m_isVerbose(isVerbose)
-    {
-    }
-
-    void take(const RunEvent &event) override
-    {
-        if (event.kind != RunEvent::Kind::Log || m_isVerbose)
-            m_events.take(event);
-    }
-
-private:
-    JsonEvents m_events;
-    const bool m_isVerbose;
-};
-
 /*! The screen, the files and the keyboard of one upgrade. */
 class Conductor : public QObject
 {
@@ -84,7 +63,6 @@ private:
     const UpgradeWish m_wish;
     const CommandLine &m_options;
     const PlanHandler m_takePlan;
-    const QString m_runId = makeRunId();
     RunEventFan m_events;
     JsonOutput m_json;
     RunDisplay m_display;
@@ -113,7 +91,7 @@ Conductor::Conductor(UpgradeWish wish, const CommandLine &options, PlanHandler t
     : m_wish(std::move(wish))
     , m_options(options)
     , m_takePlan(std::move(takePlan))
-    , m_json(m_runId, options.isGiven("verbose"))
+    , m_json(options.isGiven("verbose"))
     // The plan itself is what the verb plan writes to standard output.
     , m_display(displayOptions(options, m_wish.goal),
                 m_wish.goal == Goal::Plan ? printError : print, printError)
@@ -131,15 +109,7 @@ Conductor::Conductor(UpgradeWish wish, const CommandLine &options, PlanHandler t
 
 bool Conductor::openLogFile()
 {
-    if (!m_options.isSet("log-file"))
-        return true;
-    QString errorText;
-    if (!m_logFile.open(m_options.value("log-file"), errorText)) {
-        complain(HostExitCode::Usage, QStringLiteral("--log-file: ") + errorText);
-        return false;
-    }
-    m_events.add(m_logFile);
-    return true;
+    return ::openLogFile(m_options, m_logFile, m_events);
 }
 
 HostExitCode Conductor::run()
@@ -148,19 +118,7 @@ HostExitCode Conductor::run()
     std::signal(SIGPIPE, SIG_IGN);
     if (m_wish.goal != Goal::Plan)
         makeRecord();
-    // From any thread; the events are for this one.
-    const LogCapture log([this](const QString &line) {
-        QMetaObject::invokeMethod(
-            this,
-            [this, line] {
-                RunEvent event;
-                event.kind = RunEvent::Kind::Log;
-                event.code = QStringLiteral("debug");
-                event.text = line;
-                m_events.take(event);
-            },
-            Qt::QueuedConnection);
-    });
+    const LogCapture log(logTeller(this, m_events));
     m_refresh.start();
     m_upgrade.start();
     m_loop.exec();
@@ -173,7 +131,7 @@ HostExitCode Conductor::run()
 void Conductor::makeRecord()
 {
     QString errorText;
-    m_record = RunRecord::begin(m_runId, {}, errorText);
+    m_record = RunRecord::begin(runId(), {}, errorText);
     if (!m_record) {
         printWarning(errorText);
         return;

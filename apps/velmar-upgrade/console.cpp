@@ -4,8 +4,6 @@
 #include "show/printable.h"
 
 #include <cstdio>
-#include <iostream>
-#include <string>
 
 #include <unistd.h>
 
@@ -13,29 +11,17 @@ using namespace Velmar::Host;
 
 namespace {
 
-bool isJsonAsked = false;
+// In characters; a path with what is wrong about it fits.
+constexpr int LongestSentence = 4000;
 
-/*! Why a program ends with \a code before any upgrade has begun. */
-VerdictCode verdictCodeOf(HostExitCode code)
+JsonEvents &jsonEvents()
 {
-    switch (code) {
-    case HostExitCode::Usage:
-        return VerdictCode::Usage;
-    case HostExitCode::PackageRefused:
-        return VerdictCode::PackageRefused;
-    case HostExitCode::Unreachable:
-        return VerdictCode::Unreachable;
-    case HostExitCode::TryAgain:
-        return VerdictCode::DeviceBusy;
-    case HostExitCode::Interrupted:
-        return VerdictCode::Interrupted;
-    case HostExitCode::Ok:
-    case HostExitCode::Failed:
-    case HostExitCode::Unconfirmed:
-        break;
-    }
-    return VerdictCode::Internal;
+    static JsonEvents events(runId(),
+                             [](const QByteArray &line) { print(QString::fromUtf8(line)); });
+    return events;
 }
+
+bool isJsonAsked = false;
 
 void write(std::FILE *stream, const QString &text)
 {
@@ -66,48 +52,46 @@ void printWarning(const QString &sentence)
     write(stderr, QStringLiteral("warning: %1\n").arg(printable(sentence)));
 }
 
-void complainAsJson()
+QString runId()
+{
+    static const QString id = makeRunId();
+    return id;
+}
+
+void writeJson()
 {
     isJsonAsked = true;
 }
 
-HostExitCode complain(HostExitCode code, const QString &sentence)
+void tellJson(const RunEvent &event)
 {
-    write(stderr, QStringLiteral("velmar-upgrade: %1\n").arg(sentence));
-    if (isJsonAsked) {
-        RunEvent event;
-        event.kind = RunEvent::Kind::Verdict;
-        event.summary = RunSummary();
-        event.summary->verdict = verdict(verdictCodeOf(code), sentence);
-        JsonEvents(makeRunId(), [](const QByteArray &line) {
-            print(QString::fromUtf8(line));
-        }).take(event);
-    }
-    return code;
+    if (isJsonAsked)
+        jsonEvents().take(event);
 }
 
-void printCause(const QStringList &lines)
+HostExitCode complain(VerdictCode code, const QString &sentence)
 {
-    for (const auto &line : lines)
-        write(stderr, QStringLiteral("  cause: %1\n").arg(printable(line.trimmed())));
+    RunEvent event;
+    event.kind = RunEvent::Kind::Verdict;
+    event.summary = RunSummary();
+    event.summary->verdict = verdict(code, sentence);
+    printFailure(*event.summary);
+    tellJson(event);
+    return verdictExitCode(code);
 }
 
-void printAdvice(const QString &advice)
+void printFailure(const RunSummary &summary)
 {
-    write(stderr, QStringLiteral("  advice: %1\n").arg(advice));
+    write(stderr,
+          QStringLiteral("velmar-upgrade: %1\n")
+              .arg(printable(summary.verdict.sentence, LongestSentence)));
+    for (const auto &cause : summary.causes)
+        write(stderr, QStringLiteral("  cause: %1\n").arg(printable(cause.trimmed())));
 }
 
 void printLogLine(const QString &line)
 {
     write(stderr, QStringLiteral("log: %1\n").arg(printable(line)));
-}
-
-bool isConfirmed(const QString &question)
-{
-    print(question + QStringLiteral(" [y/N] "));
-    std::string answer;
-    std::getline(std::cin, answer);
-    return !answer.empty() && (answer.front() == 'y' || answer.front() == 'Y');
 }
 
 bool isInteractive()

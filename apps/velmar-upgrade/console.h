@@ -2,11 +2,12 @@
 #define VELMARUPGRADE_CONSOLE_H
 
 #include "process/hostexitcode.h"
+#include "show/runevent.h"
 
 #include <QString>
-#include <QStringList>
 
-// What the program says. Texts from devices and packages are made printable by the caller.
+// What the program says. Sentences and lines of the log are made printable in here, and what is
+// printed as it is by the caller.
 
 /*! Writes \a text to standard output as it is, at once. */
 void print(const QString &text);
@@ -20,24 +21,25 @@ void printError(const QString &text);
 /*! Writes \a sentence to standard error as a warning. */
 void printWarning(const QString &sentence);
 
-/*! Has complain() tell the end of the program on standard output, too, as the one line of a run that
-    never began: what a program that asked for JSON waits for. */
-void complainAsJson();
+/*! The id of what this process does. */
+QString runId();
 
-/*! Writes \a sentence to standard error behind the program's name, and returns \a code. */
-Velmar::Host::HostExitCode complain(Velmar::Host::HostExitCode code, const QString &sentence);
+/*! Has tellJson() write from now on: a program has asked for JSON. */
+void writeJson();
 
-/*! Writes the log \a lines to standard error as the cause of a failure. */
-void printCause(const QStringList &lines);
+/*! Writes \a event to standard output as a line of the run runId(), if JSON is asked for. Nothing is
+    written behind a verdict. */
+void tellJson(const Velmar::Host::RunEvent &event);
 
-/*! Writes to standard error what to do about a failure. */
-void printAdvice(const QString &advice);
+/*! Ends what the program does with \a sentence: as a failure on standard error and as the verdict for
+    a program. Returns the exit code of \a code. */
+Velmar::Host::HostExitCode complain(Velmar::Host::VerdictCode code, const QString &sentence);
 
-/*! Writes a line of the log to standard error. Any thread. */
+/*! Writes the sentence of \a summary to standard error behind the program's name, and its causes. */
+void printFailure(const Velmar::Host::RunSummary &summary);
+
+/*! Writes a line of the log to standard error. */
 void printLogLine(const QString &line);
-
-/*! Asks \a question on the terminal; true if the answer begins with "y". */
-bool isConfirmed(const QString &question);
 
 /*! True if somebody can answer a question. */
 bool isInteractive();

@@ -3,7 +3,7 @@
 #include "console.h"
 #include "device/deviceaddress.h"
 #include "device/modelnames.h"
-#include "process/logcapture.h"
+#include "inquiry.h"
 #include "show/printable.h"
 #include "steps.h"
 
@@ -13,7 +13,6 @@
 #include <QEventLoop>
 #include <QHostAddress>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
 #include <QTimer>
@@ -26,7 +25,8 @@ namespace {
 constexpr unsigned short RoundMs = 500; // a datagram may get lost: ask more than once
 
 /*! The devices that answer a probe of \a target in \a waitMs, by address and port. */
-QMap<QString, SSProxy::DiscoveredDevice> findDevices(const DeviceAddress &target, int waitMs)
+QMap<QString, SSProxy::DiscoveredDevice> findDevices(Inquiry &inquiry, const DeviceAddress &target,
+                                                     int waitMs)
 {
     QMap<QString, SSProxy::DiscoveredDevice> devices;
     auto *manager = SSProxy::DeviceManager::instance();
@@ -38,7 +38,7 @@ QMap<QString, SSProxy::DiscoveredDevice> findDevices(const DeviceAddress &target
         });
     QTimer::singleShot(waitMs, &loop, &QEventLoop::quit);
     manager->startDeviceProbe(target.host, target.port, 0, RoundMs);
-    loop.exec();
+    inquiry.await(loop);
     manager->stopDeviceUDPProbe();
     return devices;
 }
@@ -51,18 +51,20 @@ HostExitCode devicesVerb(const CommandLine &options)
     const auto target =
         DeviceAddress::parse(options.value("probe-address"), SSProxy::DefaultProbePort, errorText);
     if (!target)
-        return complain(HostExitCode::Usage, QStringLiteral("--probe-address: ") + errorText);
+        return complain(VerdictCode::Usage, QStringLiteral("--probe-address: ") + errorText);
     if (QHostAddress(target->host).isNull())
-        return complain(HostExitCode::Usage,
+        return complain(VerdictCode::Usage,
                         QStringLiteral("--probe-address: \"%1\" is no numeric address")
                             .arg(printable(target->host)));
-    const LogCapture log(options.isSet("verbose") ? printLogLine : nullptr);
     const auto catalogue = useCatalogue(options);
     if (!catalogue)
         return HostExitCode::Usage;
     const ModelNames names(*catalogue);
+    Inquiry inquiry(options);
+    if (!inquiry.begin())
+        return HostExitCode::Usage;
 
-    const auto devices = findDevices(*target, static_cast<int>(options.number("wait")));
+    const auto devices = findDevices(inquiry, *target, static_cast<int>(options.number("wait")));
     QJsonArray array;
     QString text;
     for (auto device = devices.cbegin(); device != devices.cend(); ++device) {
@@ -76,15 +78,15 @@ HostExitCode devicesVerb(const CommandLine &options)
                          printable(names.describe(device->modelId)).leftJustified(20),
                          printable(device->serial).leftJustified(16), printable(device->name));
     }
-    if (devices.isEmpty()) {
-        complain(HostExitCode::Unreachable,
-                 QStringLiteral("No device has answered at %1. Check the network, or name a "
-                                "device's address with --probe-address")
-                     .arg(target->toString()));
-        printCause(log.lastLines());
-        return HostExitCode::Unreachable;
-    }
-    print(options.isSet("json") ? QString::fromUtf8(printableJson(QJsonDocument(array).toJson()))
-                                : text);
-    return HostExitCode::Ok;
+    if (devices.isEmpty())
+        return inquiry.fail(
+            VerdictCode::Unreachable,
+            QStringLiteral("No device has answered at %1. Check the network, or name a device's "
+                           "address with --probe-address")
+                .arg(target->toString()),
+            inquiry.logLines());
+    inquiry.tell(RunEvent::Kind::Devices, array, text);
+    return inquiry.answered(devices.size() == 1
+                                ? QStringLiteral("1 device has answered")
+                                : QStringLiteral("%1 devices have answered").arg(devices.size()));
 }

@@ -1,7 +1,5 @@
 #include "devicetext.h"
 
-#include "console.h"
-#include "process/logcapture.h"
 #include "show/printable.h"
 #include "steps.h"
 
@@ -15,25 +13,27 @@
 using namespace Velmar;
 using namespace Velmar::Host;
 
-HostExitCode
-askDevice(const CommandLine &options,
-          const std::function<HostExitCode(const DeviceFacts &, const ModelNames &)> &tell)
+HostExitCode askDevice(const CommandLine &options, const Teller &tell)
 {
     const auto address = options.deviceAddress();
     if (!address)
         return HostExitCode::Usage;
-    const LogCapture log(options.isGiven("verbose") ? printLogLine : nullptr);
     const auto catalogue = useCatalogue(options);
     if (!catalogue)
         return HostExitCode::Usage;
+    Inquiry inquiry(options);
+    if (!inquiry.begin())
+        return HostExitCode::Usage;
     QString errorText;
-    const auto facts = readDeviceFacts(*address, AnswerLimit, errorText);
-    if (!facts) {
-        complain(HostExitCode::Unreachable, errorText);
-        printCause(log.lastLines());
-        return HostExitCode::Unreachable;
-    }
-    return tell(*facts, ModelNames(*catalogue));
+    std::optional<DeviceFacts> facts;
+    inquiry.await([&](const std::atomic<bool> &) {
+        facts = readDeviceFacts(
+            *address, AnswerLimit, errorText,
+            [&inquiry](const DeviceAddress &device) { return inquiry.links().make(device); });
+    });
+    if (!facts)
+        return inquiry.fail(VerdictCode::Unreachable, errorText, inquiry.logLines());
+    return tell(inquiry, *facts, ModelNames(*catalogue));
 }
 
 QString deviceLine(const DeviceFacts &facts, const ModelNames &names)

@@ -4,6 +4,7 @@
 #include "commandline.h"
 #include "device/devicefacts.h"
 #include "device/modelnames.h"
+#include "inquiry.h"
 #include "process/hostexitcode.h"
 
 #include <QJsonObject>
@@ -15,12 +16,13 @@
 /*! For each step of a question to a device. */
 constexpr std::chrono::seconds AnswerLimit { 5 };
 
-/*! Has \a tell tell about the device of \a options, whose models have \a names; its end, or that of
-    an error, which was told. */
-Velmar::Host::HostExitCode askDevice(
-    const CommandLine &options,
-    const std::function<Velmar::Host::HostExitCode(const Velmar::Host::DeviceFacts &facts,
-                                                   const Velmar::Host::ModelNames &names)> &tell);
+/*! Tells about a device, and ends the inquiry. */
+using Teller = std::function<Velmar::Host::HostExitCode(Inquiry &inquiry,
+                                                        const Velmar::Host::DeviceFacts &facts,
+                                                        const Velmar::Host::ModelNames &names)>;
+
+/*! Has \a tell tell about the device of \a options; its end, or that of an error, which was told. */
+Velmar::Host::HostExitCode askDevice(const CommandLine &options, const Teller &tell);
 
 /*! What the device is, in one printable line. */
 QString deviceLine(const Velmar::Host::DeviceFacts &facts, const Velmar::Host::ModelNames &names);

@@ -1,5 +1,6 @@
 #include "logfile.h"
 
+#include "console.h"
 #include "show/printable.h"
 
 using namespace Velmar::Host;
@@ -49,4 +50,33 @@ void LogFile::take(const RunEvent &event)
                      .arg(event.time.toUTC().toString(Qt::ISODateWithMs), printable(line))
                      .toUtf8());
     m_file.flush(); // whoever follows the file sees each line at once
+}
+
+bool openLogFile(const CommandLine &options, LogFile &file, RunEventFan &events)
+{
+    if (!options.isSet("log-file"))
+        return true;
+    QString errorText;
+    if (!file.open(options.value("log-file"), errorText)) {
+        complain(VerdictCode::Usage, QStringLiteral("--log-file: ") + errorText);
+        return false;
+    }
+    events.add(file);
+    return true;
+}
+
+std::function<void(const QString &)> logTeller(QObject *context, RunEventSink &events)
+{
+    return [context, &events](const QString &line) {
+        QMetaObject::invokeMethod(
+            context,
+            [&events, line] {
+                RunEvent event;
+                event.kind = RunEvent::Kind::Log;
+                event.code = QStringLiteral("debug");
+                event.text = line;
+                events.take(event);
+            },
+            Qt::QueuedConnection);
+    };
 }

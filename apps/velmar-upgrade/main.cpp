@@ -1,4 +1,5 @@
 #include "commandline.h"
+#include "console.h"
 #include "verbs.h"
 #include "worker/workermain.h"
 
@@ -52,5 +53,9 @@ int main(int argc, char **argv)
         });
     if (handler == std::end(Handlers))
         qFatal("nothing carries out %s", options->verb()->name);
-    return static_cast<int>(handler->run(*options));
+    code = handler->run(*options);
+    // The look-up of a name that an interrupt has called off would be waited for.
+    if (code == HostExitCode::Interrupted)
+        leaveProcess(code);
+    return static_cast<int>(code);
 }

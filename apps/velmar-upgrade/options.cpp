@@ -12,8 +12,8 @@ constexpr Option Device =
         .setting("VELMAR_DEVICE");
 constexpr Option Json =
     Option("json",
-           "Write JSON on standard output, and nothing else there: one document, or for run and "
-           "watch a line for each event, the last with the verdict.");
+           "Write JSON on standard output, and nothing else there: a line for each event, the last "
+           "with the verdict.");
 constexpr Option KeyFile =
     Option("key-file", "Key of the enciphered files, in place of the demonstration key.")
         .file("FILE")
@@ -64,6 +64,20 @@ constexpr Option HttpHost = Option("http-host",
                                    "8080; the device's unless set.")
                                 .value("HOST");
 
+constexpr Option Catalogue =
+    Option("catalogue", "Device catalogue to use in place of the built-in one.")
+        .file("FILE")
+        .setting("VELMAR_CATALOGUE");
+constexpr Option Verbose =
+    Option("verbose", "Show the log of the library and the device layers.").letter('v');
+constexpr Option LogFile =
+    Option("log-file",
+           "Append the log of the library and the device layers, and the verdict, to this file.")
+        .file("FILE")
+        .setting("VELMAR_LOG_FILE");
+constexpr Option Quiet =
+    Option("quiet", "Show nothing but questions, warnings, errors and the verdict.").letter('q');
+
 constexpr Argument Package = { "PACKAGE", "The package folder.", ValueKind::Folder };
 
 // The verbs.
@@ -79,11 +93,14 @@ constexpr Option DevicesOptions[] = {
     Option("wait", "Milliseconds that the devices have to answer.")
         .number("MS", 1, 60000)
         .orElse("2000"),
+    Catalogue,
     Json,
+    Verbose,
+    LogFile,
 };
 
 constexpr const char *VersionsUsage[] = { "--device HOST[:PORT] [options]" };
-constexpr Option VersionsOptions[] = { Device, Json };
+constexpr Option VersionsOptions[] = { Device, Catalogue, Json, Verbose, LogFile };
 
 constexpr const char *InspectUsage[] = { "PACKAGE [options]" };
 constexpr Argument InspectArguments[] = {
@@ -96,7 +113,11 @@ constexpr Option InspectOptions[] = {
            "device. Cards need a device.")
         .value("MODEL"),
     KeyFile,
+    Catalogue,
     Json,
+    Option("quiet", "Show nothing but what the package holds, and errors.").letter('q'),
+    Verbose,
+    LogFile,
 };
 
 constexpr Argument PlanArguments[] = { Package };
@@ -111,7 +132,11 @@ constexpr Option PlanOptions[] = {
     Compatibility,
     HttpHost,
     KeyFile,
+    Catalogue,
     Json,
+    Option("quiet", "Show nothing but the plan, warnings and errors.").letter('q'),
+    Verbose,
+    LogFile,
 };
 
 constexpr Argument RunArguments[] = {
@@ -136,25 +161,32 @@ constexpr Option RunOptions[] = {
     Timeout,
     ReturnTimeout,
     KeyFile,
+    Catalogue,
     Json,
+    Quiet,
+    Verbose,
+    LogFile,
 };
 
 constexpr const char *WatchUsage[] = { "--device HOST[:PORT] [options]" };
 constexpr Option WatchOptions[] = {
     Device,        Option("restart", "Restart also a device whose installation has ended before."),
-    Timeout,       StallTimeout,
-    ReturnTimeout, Json,
+    StallTimeout,  Timeout,
+    ReturnTimeout, Catalogue,
+    Json,          Quiet,
+    Verbose,       LogFile,
 };
 
 constexpr const char *StatusUsage[] = { "--device HOST[:PORT] [options]" };
-constexpr Option StatusOptions[] = { Device, Json };
+constexpr Option StatusOptions[] = { Device, Catalogue, Json, Verbose, LogFile };
 
 constexpr Argument ReportArguments[] = {
     { "RUN", "The id of the run; the last one unless named.", ValueKind::Text, true },
 };
-constexpr const char *ReportUsage[] = { "[RUN] [-o FILE]" };
+constexpr const char *ReportUsage[] = { "[RUN] [options]" };
 constexpr Option ReportOptions[] = {
     Option("output", "Write to this file; to standard output unless set.").letter('o').file("FILE"),
+    Option("quiet", "Show nothing but errors beside the report itself.").letter('q'),
 };
 
 constexpr const char *WorkerUsage[] = { "" };
@@ -220,14 +252,6 @@ constexpr Verb Verbs[] = {
 };
 
 constexpr Option Common[] = {
-    Option("catalogue", "Device catalogue to use in place of the built-in one.")
-        .file("FILE")
-        .setting("VELMAR_CATALOGUE"),
-    Option("verbose", "Show the log of the library and the device layers.").letter('v'),
-    Option("quiet", "Show nothing but questions, errors and the verdict.").letter('q'),
-    Option("log-file", "Append the log of the library and the device layers to this file.")
-        .file("FILE")
-        .setting("VELMAR_LOG_FILE"),
     Option("no-config", "Do not read the configuration file."),
     helpOption(),
 };
@@ -245,7 +269,7 @@ constexpr Option Settings[] = {
 };
 
 constexpr ExitStatus Statuses[] = {
-    { 0, "Confirmed, or there was nothing to do." },
+    { 0, "Confirmed, there was nothing to do, or what was asked is answered." },
     { 1, "The upgrade, or what else was asked, failed." },
     { 2, "The options or settings are wrong, or a file that one names cannot be used." },
     { 3, "The package is refused, or nothing of it fits the device." },

@@ -3,7 +3,6 @@
 #include "show/printable.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 
 #include <utility>
 
@@ -150,7 +149,7 @@ QJsonObject PackageReport::unitObject(const ListedUnit &unit) const
     return object;
 }
 
-QByteArray PackageReport::json() const
+QJsonObject PackageReport::json() const
 {
     QJsonArray units;
     for (const auto &unit : m_listing.units())
@@ -177,5 +176,5 @@ QByteArray PackageReport::json() const
         object.insert(QStringLiteral("target"), m_target->description);
         object.insert(QStringLiteral("parts"), parts);
     }
-    return printableJson(QJsonDocument(object).toJson());
+    return object;
 }

@@ -5,7 +5,6 @@
 #include "package/offer.h"
 #include "package/packagelisting.h"
 
-#include <QByteArray>
 #include <QHash>
 #include <QJsonObject>
 #include <QString>
@@ -31,7 +30,7 @@ public:
     void setFitting(const Target &target, const std::vector<Velmar::Host::PartOffer> &parts);
 
     QString text() const; //!< several lines, printable
-    QByteArray json() const; //!< one object, printable
+    QJsonObject json() const; //!< strings as they are
 
 private:
     struct Takers {

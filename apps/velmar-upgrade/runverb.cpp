@@ -13,12 +13,12 @@ HostExitCode runVerb(const CommandLine &options)
         return HostExitCode::Usage;
     const bool isAgreed = options.isGiven("yes");
     if (!isAgreed && options.isGiven("json"))
-        return complain(HostExitCode::Usage,
+        return complain(VerdictCode::Usage,
                         QStringLiteral("With --json nobody is asked. Add --yes to upgrade without "
                                        "a question"));
     if (!isAgreed && !isInteractive())
         return complain(
-            HostExitCode::Usage,
+            VerdictCode::Usage,
             QStringLiteral("Nobody can be asked: the input is no terminal. Add --yes to "
                            "upgrade without a question"));
     return conduct(*wish, options);

@@ -1,12 +1,9 @@
 #include "verbs.h"
 
-#include "console.h"
 #include "device/devicefacts.h"
 #include "device/modelnames.h"
 #include "devicetext.h"
-#include "show/printable.h"
 
-#include <QJsonDocument>
 #include <QJsonObject>
 
 using namespace Velmar;
@@ -42,22 +39,24 @@ State stateOf(const ProtoModel::Auxiliary::s_UpgradePercent &installation)
 
 HostExitCode statusVerb(const CommandLine &options)
 {
-    return askDevice(options, [&options](const DeviceFacts &facts, const ModelNames &names) {
-        QString errorText;
-        const auto installation = readInstallation(facts.address, AnswerLimit, errorText);
-        if (!installation)
-            return complain(
-                HostExitCode::Failed,
-                QStringLiteral("The device does not tell its progress: %1").arg(errorText));
-        const auto state = stateOf(*installation);
-        if (options.isGiven("json")) {
+    return askDevice(
+        options, [](Inquiry &inquiry, const DeviceFacts &facts, const ModelNames &names) {
+            QString errorText;
+            std::optional<ProtoModel::Auxiliary::s_UpgradePercent> installation;
+            inquiry.await([&](const std::atomic<bool> &) {
+                installation = readInstallation(facts.address, AnswerLimit, errorText,
+                                                [&inquiry](const DeviceAddress &device) {
+                                                    return inquiry.links().make(device);
+                                                });
+            });
+            if (!installation)
+                return inquiry.fail(VerdictCode::Unreachable, errorText, inquiry.logLines());
+            const auto state = stateOf(*installation);
             auto object = deviceObject(facts, names);
             object.insert(QStringLiteral("state"), state.word);
             object.insert(QStringLiteral("percent"), installation->rate);
-            print(QString::fromUtf8(printableJson(QJsonDocument(object).toJson())));
-        } else {
-            print(QStringLiteral("%1\n%2\n").arg(deviceLine(facts, names), state.text));
-        }
-        return HostExitCode::Ok;
-    });
+            inquiry.tell(RunEvent::Kind::Status, object,
+                         QStringLiteral("%1\n%2\n").arg(deviceLine(facts, names), state.text));
+            return inquiry.answered(state.text);
+        });
 }

@@ -1,14 +1,10 @@
 #include "steps.h"
 
 #include "console.h"
-#include "device/devicesession.h"
-#include "package/packageparse.h"
-#include "show/printable.h"
 
 #include <tzcryptrc2/cryptkey.h>
 
 #include <QDir>
-#include <QEventLoop>
 
 using namespace Velmar;
 using namespace Velmar::Host;
@@ -23,7 +19,7 @@ std::optional<BizModel::Catalogue> useCatalogue(const CommandLine &options)
     if (catalogue)
         catalogue->install();
     else
-        complain(HostExitCode::Usage, QStringLiteral("--catalogue: ") + printable(errorText));
+        complain(VerdictCode::Usage, QStringLiteral("--catalogue: ") + errorText);
     return catalogue;
 }
 
@@ -36,46 +32,11 @@ bool useKeyFile(const CommandLine &options)
     QString errorText;
     if (TZ::readCryptKeyFile(options.value(option), key, errorText) && TZ::setCryptKey(key))
         return true;
-    complain(HostExitCode::Usage, QStringLiteral("--key-file: ") + printable(errorText));
+    complain(VerdictCode::Usage, QStringLiteral("--key-file: ") + errorText);
     return false;
-}
-
-std::unique_ptr<DeviceSession> openSession(const DeviceAddress &address, const LogCapture &log)
-{
-    QString errorText;
-    auto session = DeviceSession::open(address, errorText);
-    if (!session) {
-        complain(HostExitCode::Unreachable, errorText);
-        printCause(log.lastLines());
-    }
-    return session;
 }
 
 QString libraryPath(const QString &path)
 {
     return QDir::cleanPath(QDir::current().absoluteFilePath(path));
-}
-
-bool finishParse(PackageParse &parse, std::optional<quint16> model,
-                 std::chrono::milliseconds timeLimit, const LogCapture &log)
-{
-    QEventLoop loop;
-    bool isGood = false;
-    QObject::connect(&parse, &PackageParse::signalEnded, &loop,
-                     [&](bool result, const QString &errorText) {
-                         isGood = result;
-                         if (!result) {
-                             complain(HostExitCode::PackageRefused, printable(errorText));
-                             printCause(log.lastLines());
-                         }
-                         loop.quit();
-                     });
-    if (model)
-        parse.startForModel(*model, timeLimit);
-    else
-        parse.start(timeLimit);
-    loop.exec();
-    if (parse.isWorkerLeftBehind())
-        leaveProcess(HostExitCode::PackageRefused);
-    return isGood;
 }

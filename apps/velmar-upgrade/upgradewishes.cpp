@@ -11,7 +11,7 @@ namespace {
 
 bool isUsageError(const QString &sentence)
 {
-    complain(HostExitCode::Usage, sentence);
+    complain(VerdictCode::Usage, sentence);
     return true;
 }
 
@@ -37,7 +37,7 @@ std::optional<Plan> givenPlan(const CommandLine &options)
 {
     for (const char *option : { "section", "card", "road", "file", "compatibility", "http-host" }) {
         if (options.isGiven(option)) {
-            complain(HostExitCode::Usage,
+            complain(VerdictCode::Usage,
                      QStringLiteral("--%1 is settled by the plan. Leave it out")
                          .arg(QLatin1String(option)));
             return std::nullopt;
@@ -46,7 +46,7 @@ std::optional<Plan> givenPlan(const CommandLine &options)
     QString errorText;
     auto plan = Plan::load(options.value("plan"), errorText);
     if (!plan)
-        complain(HostExitCode::Usage, QStringLiteral("--plan: ") + printable(errorText));
+        complain(VerdictCode::Usage, QStringLiteral("--plan: ") + errorText);
     return plan;
 }
 

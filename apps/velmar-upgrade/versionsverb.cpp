@@ -1,13 +1,11 @@
 #include "verbs.h"
 
-#include "console.h"
 #include "device/devicefacts.h"
 #include "device/modelnames.h"
 #include "devicetext.h"
 #include "show/printable.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 using namespace Velmar;
@@ -67,12 +65,10 @@ QJsonObject versionsObject(const DeviceFacts &facts, const ModelNames &names)
 
 HostExitCode versionsVerb(const CommandLine &options)
 {
-    return askDevice(options, [&options](const DeviceFacts &facts, const ModelNames &names) {
-        if (options.isGiven("json"))
-            print(QString::fromUtf8(
-                printableJson(QJsonDocument(versionsObject(facts, names)).toJson())));
-        else
-            print(versionsText(facts, names));
-        return HostExitCode::Ok;
-    });
+    return askDevice(
+        options, [](Inquiry &inquiry, const DeviceFacts &facts, const ModelNames &names) {
+            inquiry.tell(RunEvent::Kind::Versions, versionsObject(facts, names),
+                         versionsText(facts, names));
+            return inquiry.answered(QStringLiteral("The device has told its versions"));
+        });
 }

@@ -20,7 +20,33 @@ ProgramRun upgrade(const QStringList &arguments)
     return runProgram(QStringLiteral(VELMAR_UPGRADE), arguments);
 }
 
-const QString MissingFile = "main/unit.xml:1: There is no file main/none.bin. (missing-file)\n";
+/*! The events of a run with --json. */
+QVector<QJsonObject> eventsOf(const ProgramRun &run)
+{
+    QVector<QJsonObject> events;
+    for (const auto &line : run.out.split('\n', Qt::SkipEmptyParts))
+        events.append(QJsonDocument::fromJson(line.toUtf8()).object());
+    return events;
+}
+
+QStringList wordsOf(const QVector<QJsonObject> &events)
+{
+    QStringList words;
+    for (const auto &event : events)
+        words.append(event.value("event").toString());
+    return words;
+}
+
+QStringList linesOf(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll()).split('\n', Qt::SkipEmptyParts);
+}
+
+const QString MissingFile =
+    "warning: main/unit.xml:1: There is no file main/none.bin. (missing-file)\n";
 
 } // namespace
 
@@ -219,6 +245,22 @@ private Q_SLOTS:
             "--probe-address: \"wall\" is no numeric address");
         row("probe of no address", { "devices", "--probe-address", ":1" }, 2,
             "--probe-address: \":1\" is no address: give HOST or HOST:PORT");
+        row("address of control characters", { "status", "--device", "a\x1b[2J" }, 2,
+            "--device: \"a\\x1b[2J\" is no address: give HOST or HOST:PORT");
+        row("log file of control characters",
+            { "inspect", package, "--log-file", "none\x1b\u202e/log" }, 2,
+            "--log-file: none\\x1b\\u{202e}/log cannot be written: No such file or directory");
+        row("plan of control characters", { "run", "--plan", "none\x1b" }, 2,
+            "--plan: none\\x1b is no file");
+        row("catalogue of control characters",
+            { "devices", "--catalogue", QString(300, 'n') + "/none\x1b" }, 2,
+            "--catalogue: " + QString(300, 'n') + "/none\\x1b: cannot be read: File name too long");
+        row("nothing to be quiet about", { "status", "--quiet" }, 2,
+            "There is no option \"--quiet\". See velmar-upgrade status --help");
+        row("no log of a report", { "report", "--log-file", "log" }, 2,
+            "There is no option \"--log-file\". See velmar-upgrade report --help");
+        row("no events of a report", { "report", "-v" }, 2,
+            "There is no option \"-v\". See velmar-upgrade report --help");
         row("no time to wait", { "devices", "--wait", "0" }, 2,
             "--wait: \"0\" is no number from 1 to 60000. See velmar-upgrade devices --help");
     }
@@ -291,9 +333,13 @@ private Q_SLOTS:
     {
         const auto run = upgrade({ "inspect", m_package.path(), "--model", "0x7701", "--json" });
         QCOMPARE(run.exitCode, 0);
-        QJsonParseError error {};
-        const auto object = QJsonDocument::fromJson(run.out.toUtf8(), &error).object();
-        QCOMPARE(error.errorString(), QStringLiteral("no error occurred"));
+        QCOMPARE(run.err, QString());
+        QCOMPARE(eventFaults(run.out.toUtf8()), QByteArray());
+        const auto events = eventsOf(run);
+        QCOMPARE(wordsOf(events), QStringList({ "message", "inspect", "verdict" }));
+        QCOMPARE("warning: " + events.at(0).value("text").toString() + '\n', MissingFile);
+        QCOMPARE(events.at(2).value("code").toString(), QStringLiteral("answered"));
+        const auto object = events.at(1).value("data").toObject();
         QCOMPARE(object.value("package").toString(), m_package.path());
         QCOMPARE(object.value("target").toObject().value("modelId").toInt(), 0x7701);
         const auto units = object.value("units").toArray();
@@ -317,6 +363,38 @@ private Q_SLOTS:
     {
         const auto run = upgrade({ "inspect", m_package.path(), "--model", "0x7702", "-v" });
         QVERIFY2(run.err.startsWith(MissingFile + "log: "), qPrintable(run.err));
+        const auto json =
+            upgrade({ "inspect", m_package.path(), "--model", "0x7702", "-v", "--json" });
+        QCOMPARE(eventFaults(json.out.toUtf8()), QByteArray());
+        QCOMPARE(wordsOf(eventsOf(json)), QStringList({ "message", "log", "inspect", "verdict" }));
+    }
+
+    void quietInspection()
+    {
+        const auto run = upgrade({ "inspect", m_package.path(), "--model", "0x7702", "-qv" });
+        QCOMPARE(run.err,
+                 QStringLiteral("velmar-upgrade: The upgrade package configuration does not match "
+                                "the device configuration.\n"
+                                "  cause: The upgrade package configuration does not match the "
+                                "device configuration.\n"));
+        QVERIFY(run.out.startsWith("Package " + m_package.path() + '\n'));
+        QCOMPARE(run.exitCode, 3);
+    }
+
+    void logFileOfAnInspection()
+    {
+        const auto path = m_folder.filePath("inspect.log");
+        const auto run =
+            upgrade({ "inspect", m_package.path(), "--model", "0x7702", "--log-file", path });
+        QCOMPARE(run.exitCode, 3);
+        auto lines = linesOf(path);
+        for (auto &line : lines)
+            line.remove(QRegularExpression("^[0-9-]{10}T[0-9:.]{12}Z "));
+        const QString mismatch =
+            "The upgrade package configuration does not match the device configuration.";
+        QCOMPARE(lines,
+                 QStringList({ MissingFile.trimmed(), "debug: " + mismatch,
+                               "verdict package-refused: " + mismatch }));
     }
 
     void packageThatBreaksARule()
@@ -326,9 +404,9 @@ private Q_SLOTS:
         QVERIFY(package.paths({}));
         const auto run = upgrade({ "inspect", package.path() });
         QCOMPARE(run.err,
-                 QStringLiteral("PackageCfg.xml: The name of the unit's folder, \"gone\\x9b31m\", "
-                                "has a control character. (unit-name)\n"
-                                "velmar-upgrade: The package breaks the rules named above\n"));
+                 QStringLiteral("velmar-upgrade: The package breaks a rule\n"
+                                "  cause: PackageCfg.xml: The name of the unit's folder, "
+                                "\"gone\\x9b31m\", has a control character. (unit-name)\n"));
         QCOMPARE(run.out, QString());
         QCOMPARE(run.exitCode, 3);
     }
@@ -350,6 +428,7 @@ private Q_SLOTS:
         QTest::newRow("inspect for a model that nothing fits")
             << QStringList { "inspect", m_package.path(), "--model", "0x7702" } << 3
             << "package-refused";
+        QTest::newRow("report") << QStringList { "report" } << 2 << "usage";
     }
     void usageErrorAsJson()
     {
@@ -383,6 +462,7 @@ private Q_SLOTS:
         const auto run =
             upgrade({ "devices", "--probe-address", address, "--wait", "100", "--json" });
         QCOMPARE(eventFaults(run.out.toUtf8()), QByteArray());
+        QCOMPARE(eventsOf(run).constLast().value("code").toString(), QStringLiteral("unreachable"));
         QCOMPARE(
             run.err,
             QStringLiteral("velmar-upgrade: No device has answered at %1. Check the network, or "

@@ -86,6 +86,15 @@ QString ToldRun::end() const
     return faults.isEmpty() ? text : text + QLatin1Char(' ') + QString::fromUtf8(faults);
 }
 
+QJsonObject ToldRun::answer(const QString &event) const
+{
+    for (const auto &each : events) {
+        if (each.value(QLatin1String("event")).toString() == event)
+            return each.value(QLatin1String("data")).toObject();
+    }
+    return {};
+}
+
 QStringList ToldRun::texts(const QString &event) const
 {
     QStringList texts;

@@ -49,6 +49,9 @@ struct ToldRun {
     /*! Exit code, code word and faults in one text: "0 confirmed" of a run as it should be. */
     QString end() const;
 
+    /*! "data" of the first event of that kind; empty if there is none, or it is no object. */
+    QJsonObject answer(const QString &event) const;
+
     QStringList texts(const QString &event) const; //!< of the events of that kind
     QStringList phases() const; //!< that were entered, in order
 };

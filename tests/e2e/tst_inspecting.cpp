@@ -1,10 +1,26 @@
 #include "deviceprogram.h"
 #include "programs.h"
 
+#include <QDir>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QUdpSocket>
 #include <QtTest>
+
+#include <csignal>
+
+namespace {
+
+/*! Private copies that are still there. */
+QStringList copies()
+{
+    return QDir(hostFolder("cache") + "/velmar-upgrade/packages")
+        .entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+}
+
+} // namespace
 
 /*! What an operator learns before an upgrade: devices, what fits them, and why nothing does. */
 class tst_Inspecting : public QObject
@@ -25,9 +41,11 @@ private Q_SLOTS:
         QCOMPARE(text.err, QString());
         QCOMPARE(text.exitCode, 0);
 
-        const auto json = UpgradeProgram::run(verb + QStringList("--json"));
-        QVERIFY(json.out.contains("left\\u202ewall"));
-        const auto found = QJsonDocument::fromJson(json.out.toUtf8()).array();
+        const auto json = UpgradeProgram::told(verb);
+        QCOMPARE(json.end(), QStringLiteral("0 answered"));
+        QCOMPARE(json.events.size(), 2);
+        QCOMPARE(json.events.at(0).value("event").toString(), QStringLiteral("devices"));
+        const auto found = json.events.at(0).value("data").toArray();
         QCOMPARE(found.size(), 1);
         QCOMPARE(found.at(0).toObject(),
                  QJsonObject({ { "address", device.address() },
@@ -35,7 +53,6 @@ private Q_SLOTS:
                                { "model", "Strata S8 (0x7701)" },
                                { "serial", "S8-0042" },
                                { "name", "left\u202ewall" } }));
-        QCOMPARE(json.exitCode, 0);
     }
 
     void inspectForADevice()
@@ -78,12 +95,12 @@ private Q_SLOTS:
                      .arg(file.fileName(), device.address()));
         QCOMPARE(run.exitCode, 0);
 
-        const auto json = UpgradeProgram::run(
-            { "inspect", file.fileName(), "--device", device.address(), "--json" });
-        const auto object = QJsonDocument::fromJson(json.out.toUtf8()).object();
+        const auto json =
+            UpgradeProgram::told({ "inspect", file.fileName(), "--device", device.address() });
+        QCOMPARE(json.end(), QStringLiteral("0 answered"));
+        const auto object = json.answer("inspect");
         QCOMPARE(object.value("imageConfiguration").toString(), file.fileName());
         QCOMPARE(object.value("target").toObject().value("address").toString(), device.address());
-        QCOMPARE(json.exitCode, 0);
     }
 
     void nothingFits_data()
@@ -125,6 +142,93 @@ private Q_SLOTS:
                  QStringLiteral("velmar-upgrade: The upgrade package configuration does not match "
                                 "the device configuration."));
         QCOMPARE(run.exitCode, 3);
+    }
+
+    void interruptedQuestion_data()
+    {
+        QTest::addColumn<QStringList>("verb");
+        QTest::addColumn<int>("signalNumber");
+
+        QTest::newRow("versions") << QStringList("versions") << SIGINT;
+        QTest::newRow("status, terminated") << QStringList("status") << SIGTERM;
+        QTest::newRow("inspect") << QStringList { "inspect", QStringLiteral(VELMAR_EXAMPLE) }
+                                 << SIGINT;
+    }
+    void interruptedQuestion()
+    {
+        QFETCH(QStringList, verb);
+        QFETCH(int, signalNumber);
+        const ExamplePackage package;
+        verb.replaceInStrings(QStringLiteral(VELMAR_EXAMPLE), package.path());
+        QTcpServer silent;
+        QVERIFY(silent.listen(QHostAddress::LocalHost));
+        const auto device = QStringLiteral("127.0.0.1:%1").arg(silent.serverPort());
+        UpgradeProgram upgrade(verb + QStringList { "--device", device, "--json" });
+        QVERIFY(silent.waitForNewConnection(50000));
+        auto *connection = silent.nextPendingConnection();
+        QVERIFY(connection->bytesAvailable() > 0 || connection->waitForReadyRead(50000));
+        upgrade.interrupt(signalNumber);
+        QCOMPARE(upgrade.finishTold().end(), QStringLiteral("130 interrupted"));
+        QCOMPARE(copies(), QStringList());
+    }
+
+    void interruptedSearch()
+    {
+        QUdpSocket silent;
+        QVERIFY(silent.bind(QHostAddress::LocalHost));
+        UpgradeProgram upgrade({ "devices", "--wait", "60000", "--probe-address",
+                                 QStringLiteral("127.0.0.1:%1").arg(silent.localPort()) });
+        QVERIFY(silent.hasPendingDatagrams() || silent.waitForReadyRead(50000));
+        upgrade.interrupt(SIGINT);
+        const auto run = upgrade.finish();
+        QCOMPARE(run.err, QStringLiteral("velmar-upgrade: Interrupted. Nothing was changed\n"));
+        QCOMPARE(run.out, QString());
+        QCOMPARE(run.exitCode, 130);
+    }
+
+    void interruptedCopy()
+    {
+        const ExamplePackage package;
+        QFile large(package.path() + "/controller/large");
+        QVERIFY(large.open(QIODevice::WriteOnly) && large.resize(1LL << 29));
+        UpgradeProgram upgrade({ "inspect", package.path(), "--json" });
+        QTRY_VERIFY_WITH_TIMEOUT(!copies().isEmpty(), 50000);
+        upgrade.interrupt(SIGINT);
+        QCOMPARE(upgrade.finishTold().end(), QStringLiteral("130 interrupted"));
+        QCOMPARE(copies(), QStringList());
+    }
+
+    void logFiles_data()
+    {
+        QTest::addColumn<QStringList>("verb");
+        QTest::addColumn<QString>("verdict");
+
+        QTest::newRow("devices") << QStringList { "devices", "--wait", "1000" }
+                                 << "Z verdict answered: 1 device has answered";
+        QTest::newRow("versions") << QStringList("versions")
+                                  << "Z verdict answered: The device has told its versions";
+        QTest::newRow("status") << QStringList("status")
+                                << "Z verdict answered: It installs nothing";
+        QTest::newRow("no device") << QStringList { "status", "--device", "127.0.0.1:1" }
+                                   << "Z verdict unreachable: 127.0.0.1:1 cannot be reached: no "
+                                      "connection to 127.0.0.1 port 1: Connection refused. Check "
+                                      "the address, and that the device is switched on";
+    }
+    void logFiles()
+    {
+        QFETCH(QStringList, verb);
+        DeviceProgram device;
+        QVERIFY(device.waitForReady());
+        const QTemporaryDir folder;
+        QFile log(folder.filePath("log"));
+        if (verb.constFirst() == "devices")
+            verb += QStringList { "--probe-address", device.probeAddress() };
+        else if (!verb.contains("--device"))
+            verb += QStringList { "--device", device.address() };
+        UpgradeProgram::run(verb + QStringList { "--log-file", log.fileName() });
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const auto last = QString::fromUtf8(log.readAll()).trimmed().section('\n', -1);
+        QTEST(last.mid(last.indexOf("Z ")), "verdict");
     }
 
     void catalogue()

@@ -179,8 +179,9 @@ private Q_SLOTS:
                                     + device.address() + "\n"));
         QVERIFY(text.out.contains("  Kernel            1.0.0.0 "));
         QCOMPARE(text.exitCode, 0);
-        const auto versions =
-            object(UpgradeProgram::run(withDevice({ "versions", "--json" }, device)));
+        const auto told = UpgradeProgram::told(withDevice({ "versions" }, device));
+        QCOMPARE(told.end(), QStringLiteral("0 answered"));
+        const auto versions = told.answer("versions");
         QCOMPARE(versions.value("serial").toString(), QStringLiteral("S8-0042"));
         const auto main = versions.value("parts").toArray().at(0).toObject();
         QCOMPARE(main.value("modelId").toInt(), 0x7701);
@@ -188,16 +189,15 @@ private Q_SLOTS:
                  QStringLiteral("MCU"));
 
         const auto state = [&device] {
-            return object(UpgradeProgram::run(withDevice({ "status", "--json" }, device)))
-                .value("state")
-                .toString();
+            const auto run = UpgradeProgram::told(withDevice({ "status" }, device));
+            return run.end() + ' ' + run.answer("status").value("state").toString();
         };
-        QCOMPARE(state(), QStringLiteral("idle"));
+        QCOMPARE(state(), QStringLiteral("0 answered idle"));
         const ExamplePackage package;
         UpgradeProgram::run(withDevice(
             { "run", package.path(), "--yes", "--section", "Kernel", "--return-timeout", "1" },
             device));
-        QCOMPARE(state(), QStringLiteral("installed"));
+        QCOMPARE(state(), QStringLiteral("0 answered installed"));
         QCOMPARE(device.operations().count("device.shutdown"), 1); // asked for by the upgrade alone
     }
 
@@ -281,7 +281,8 @@ private Q_SLOTS:
         const auto fileWrong = "device = " + other.address().toUtf8() + '\n';
         const QStringList status { "status", "--json" };
         const auto serial = [](const ProgramRun &run) {
-            return object(run).value("serial");
+            const auto first = run.out.section('\n', 0, 0).toUtf8();
+            return QJsonDocument::fromJson(first).object().value("data").toObject().value("serial");
         };
 
         QCOMPARE(serial(withSettings(fileRight, noVariables, status)), QJsonValue("right"));
