@@ -208,6 +208,56 @@ private Q_SLOTS:
         QVERIFY(listing.units().isEmpty());
     }
 
+    void allowanceOfAllFilesTogether_data()
+    {
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<int>("elements");
+        QTest::addColumn<QString>("errorText"); // %1: the package
+        QTest::addColumn<int>("units");
+
+        const qint64 many = 1000;
+        QTest::newRow("as many elements as there are") << many << 11 << "" << 2;
+        QTest::newRow("the last element is one too many")
+            << many << 10
+            << "%1/DataFilPathCfg.xml:1: The package's XML files have more than 10 elements." << 2;
+        QTest::newRow("an element of the second unit is one too many")
+            << many << 6 << "%1/b/unit.xml:1: The package's XML files have more than 6 elements."
+            << 2;
+        QTest::newRow("an element of the first unit is one too many")
+            << many << 4 << "%1/a/unit.xml:1: The package's XML files have more than 4 elements."
+            << 1;
+        QTest::newRow("an element of the index is one too many")
+            << many << 2
+            << "%1/PackageCfg.xml:1: The package's XML files have more than 2 elements." << 0;
+        QTest::newRow("as many bytes as there are") << qint64(164) << 1000 << "" << 2;
+        QTest::newRow("the last byte is one too many")
+            << qint64(163) << 1000
+            << "%1/DataFilPathCfg.xml: The package's XML files have more than 163 bytes." << 2;
+        QTest::newRow("a byte of the second unit is one too many")
+            << qint64(118) << 1000
+            << "%1/b/unit.xml: The package's XML files have more than 118 bytes." << 2;
+        QTest::newRow("a byte of the index is one too many")
+            << qint64(42) << 1000
+            << "%1/PackageCfg.xml: The package's XML files have more than 42 bytes." << 0;
+    }
+    void allowanceOfAllFilesTogether()
+    {
+        QFETCH(qint64, bytes);
+        QFETCH(int, elements);
+        QFETCH(QString, errorText);
+        QFETCH(int, units);
+        QVERIFY(m_package->file("PackageCfg.xml", "<r><string>a</string><string>b</string></r>"));
+        for (const char *unit : { "a/unit.xml", "b/unit.xml" })
+            QVERIFY(m_package->file(unit, "<DataPackage><FileInfo/></DataPackage>"));
+        QVERIFY(
+            m_package->file("DataFilPathCfg.xml", "<Velmar><F><SrcPath/><DestPath/></F></Velmar>"));
+        PackageListing listing;
+        QString told;
+        QCOMPARE(listing.read(m_package->path(), told, { bytes, elements }), errorText.isEmpty());
+        QCOMPARE(told, errorText.replace("%1", m_package->path()));
+        QCOMPARE(listing.units().size(), units);
+    }
+
     void deepestNestingThatIsRead()
     {
         QVERIFY(m_package->file("PackageCfg.xml",

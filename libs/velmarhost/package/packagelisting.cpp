@@ -18,24 +18,63 @@ namespace {
 const QString IndexFile = QStringLiteral("PackageCfg.xml");
 const QString PathFile = QStringLiteral("DataFilPathCfg.xml");
 
-std::optional<ListedFault> readIndex(const QString &package, QStringList &folders)
+/*! The folders of the units, as the index names them. */
+class IndexReader
 {
-    const QLatin1String UnitNode("string");
-    QString folder;
-    bool isNamed = false;
-    return readStrictXml(package, IndexFile, [&](const QXmlStreamReader &xml, int depth) {
+public:
+    explicit IndexReader(QStringList &folders)
+        : m_folders(folders)
+    {
+    }
+
+    void readToken(const QXmlStreamReader &xml, int depth)
+    {
+        const QLatin1String unitNode("string");
         if (depth == 2 && xml.isStartElement()) {
-            isNamed = xml.qualifiedName() == UnitNode;
-            folder.clear();
+            m_isNamed = xml.qualifiedName() == unitNode;
+            m_folder.clear();
+            m_pieces = 0;
+            m_line = int(xml.lineNumber());
         } else if (depth >= 2 && xml.isCharacters()) {
-            folder += xml.text();
-        } else if (depth == 2 && xml.isEndElement() && isNamed) {
-            folders.append(folder);
+            m_folder += xml.text();
+            ++m_pieces;
+        } else if (depth == 2 && xml.isEndElement() && m_isNamed) {
+            addFolder();
         } else if (depth == 1 && xml.isProcessingInstruction()
-                   && xml.processingInstructionTarget() == UnitNode) {
-            folders.append(QString()); // the upgrade library goes by the name of any node
+                   && xml.processingInstructionTarget() == unitNode) {
+            m_folders.append(QString()); // the upgrade library goes by the name of any node
         }
-    });
+    }
+
+    const std::optional<ListedFault> &fault() const { return m_fault; }
+
+private:
+    void addFolder()
+    {
+        m_folders.append(m_folder);
+        // Of a piece with nothing but blanks the upgrade library has none.
+        if (m_pieces > 1 && !m_fault)
+            m_fault = ListedFault { QStringLiteral("split-name"), IndexFile, m_line,
+                                    QStringLiteral("The name of a unit's folder is not written in "
+                                                   "one piece.") };
+    }
+
+    QStringList &m_folders;
+    QString m_folder; // of the entry that is being read
+    bool m_isNamed = false; // it is one for a unit
+    int m_pieces = 0; // of its text, between comments and the like
+    int m_line = 0;
+    std::optional<ListedFault> m_fault;
+};
+
+std::optional<ListedFault> readIndex(const QString &package, XmlAccount &account,
+                                     QStringList &folders)
+{
+    IndexReader reader(folders);
+    auto broken = readStrictXml(
+        package, IndexFile, account,
+        [&reader](const QXmlStreamReader &xml, int depth) { reader.readToken(xml, depth); });
+    return broken ? broken : reader.fault();
 }
 
 /*! The entries of a unit's folder that end in ".xml", in name order: the first describes the unit.
@@ -128,13 +167,14 @@ private:
 
 } // namespace
 
-bool PackageListing::read(const QString &path, QString &errorText)
+bool PackageListing::read(const QString &path, QString &errorText, const XmlAllowance &allowance)
 {
+    XmlAccount account(allowance);
     m_units.clear();
     m_paths.clear();
     m_faults.clear();
     QStringList folders;
-    if (const auto fault = readIndex(path, folders)) {
+    if (const auto fault = readIndex(path, account, folders)) {
         m_faults.append(*fault);
         errorText = faultLine(path, *fault);
         return false;
@@ -153,15 +193,21 @@ bool PackageListing::read(const QString &path, QString &errorText)
             unit.problem =
                 QStringLiteral("the index names the folder %1 more than once").arg(folder);
         else
-            readUnit(path, unit);
+            readUnit(path, account, unit);
         named.insert(folder);
         m_units.append(unit);
+        if (account.isOverdrawn()) {
+            errorText = unit.problem;
+            return false;
+        }
     }
-    readPaths(path);
-    return true;
+    readPaths(path, account);
+    if (account.isOverdrawn())
+        errorText = faultLine(path, m_faults.last());
+    return !account.isOverdrawn();
 }
 
-void PackageListing::readUnit(const QString &path, ListedUnit &unit)
+void PackageListing::readUnit(const QString &path, XmlAccount &account, ListedUnit &unit)
 {
     const QStringList descriptions = descriptionsIn(unit.path);
     unit.descriptionCount = descriptions.size();
@@ -171,14 +217,14 @@ void PackageListing::readUnit(const QString &path, ListedUnit &unit)
         return;
     }
     unit.description = unit.folder + QLatin1Char('/') + descriptions.first();
-    readUnitDescription(path, unit.description, unit);
+    readUnitDescription(path, unit.description, account, unit);
 }
 
-void PackageListing::readPaths(const QString &path)
+void PackageListing::readPaths(const QString &path, XmlAccount &account)
 {
     PathReader reader(m_paths);
     const auto broken =
-        readStrictXml(path, PathFile, [&reader](const QXmlStreamReader &xml, int depth) {
+        readStrictXml(path, PathFile, account, [&reader](const QXmlStreamReader &xml, int depth) {
             reader.readToken(xml, depth);
         });
     if (reader.fault())

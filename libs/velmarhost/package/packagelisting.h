@@ -52,15 +52,15 @@ struct ListedUnit {
     What a package folder says that it holds, whether it fits a device or not.
 
     Read from the files alone, which may be read-only, and not through the upgrade library, which
-    tells only what fits. A document type, another encoding than UTF-8, more than 16 MiB or a nesting
-    of more than 16 elements make a file unreadable.
+    tells only what fits. What readStrictXml() refuses makes a file unreadable.
 */
 class PackageListing
 {
 public:
-    /*! Reads the folder at \a path. False, with \a errorText set, if it has no readable index; a
-        unit that cannot be read is listed with its problem. */
-    bool read(const QString &path, QString &errorText);
+    /*! Reads the folder at \a path. False, with \a errorText set, if it has no readable index or
+        its XML files go beyond \a allowance, which ends the list; a unit that cannot be read is
+        listed with its problem. */
+    bool read(const QString &path, QString &errorText, const XmlAllowance &allowance = {});
 
     const QVector<ListedUnit> &units() const; //!< in the index's order
 
@@ -73,8 +73,8 @@ public:
     const QVector<ListedFault> &faults() const;
 
 private:
-    void readUnit(const QString &path, ListedUnit &unit);
-    void readPaths(const QString &path);
+    void readUnit(const QString &path, XmlAccount &account, ListedUnit &unit);
+    void readPaths(const QString &path, XmlAccount &account);
 
     QVector<ListedUnit> m_units;
     QVector<ListedPath> m_paths;

@@ -1,10 +1,13 @@
 #include "package/strictxml.h"
 
 #include "package/packagename.h"
+#include "package/xmltraps.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QXmlStreamReader>
+
+#include <algorithm>
 
 namespace Velmar::Host {
 
@@ -38,28 +41,41 @@ std::optional<ListedFault> readWhole(const QString &package, const QString &file
     return std::nullopt;
 }
 
+int lineAt(const QByteArray &text, int position)
+{
+    return 1 + int(std::count(text.begin(), text.begin() + position, '\n'));
+}
+
 int lineOfBadUtf8(const QByteArray &text)
 {
-    const auto lines = text.split('\n');
-    int line = 1;
-    while (line < lines.size() && isUtf8(lines[line - 1]))
-        ++line;
-    return line;
+    int begin = 0;
+    for (int line = 1;; ++line) {
+        const int end = text.indexOf('\n', begin);
+        if (end < 0 || !isUtf8(QByteArray::fromRawData(text.constData() + begin, end - begin)))
+            return line;
+        begin = end + 1;
+    }
 }
 
 } // namespace
 
 std::optional<ListedFault> readStrictXml(const QString &package, const QString &file,
-                                         const XmlTokenReader &readToken)
+                                         XmlAccount &account, const XmlTokenReader &readToken)
 {
     QByteArray text;
     if (const auto unread = readWhole(package, file, text))
         return unread;
+    if (!account.addBytes(text.size()))
+        return fault("too-many-bytes", file,
+                     QStringLiteral("The package's XML files have more than %1 bytes.")
+                         .arg(account.allowance().bytes));
     if (text.startsWith("\xEF\xBB\xBF")) // says that UTF-8 follows
         text.remove(0, 3);
     if (!isUtf8(text))
         return fault("not-utf-8", file, QStringLiteral("The file is not in UTF-8."),
                      lineOfBadUtf8(text));
+    if (const auto trap = findXmlTrap(text))
+        return fault(trap->code, file, trap->text, lineAt(text, trap->position));
     QXmlStreamReader xml(text);
     xml.setNamespaceProcessing(false);
     const char *code = "not-xml";
@@ -77,6 +93,10 @@ std::optional<ListedFault> readStrictXml(const QString &package, const QString &
         } else if (xml.isStartElement() && ++depth > DeepestNesting) {
             code = "too-deep";
             xml.raiseError(QStringLiteral("Elements are nested more than 16 deep."));
+        } else if (xml.isStartElement() && !account.addElement()) {
+            code = "too-many-elements";
+            xml.raiseError(QStringLiteral("The package's XML files have more than %1 elements.")
+                               .arg(account.allowance().elements));
         } else if (xml.isStartElement() || xml.isCharacters() || xml.isProcessingInstruction()) {
             readToken(xml, depth);
         } else if (xml.isEndElement()) {

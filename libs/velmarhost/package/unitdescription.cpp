@@ -204,11 +204,12 @@ private:
 
 } // namespace
 
-void readUnitDescription(const QString &package, const QString &file, ListedUnit &unit)
+void readUnitDescription(const QString &package, const QString &file, XmlAccount &account,
+                         ListedUnit &unit)
 {
     DescriptionReader reader(file, unit);
     const auto broken =
-        readStrictXml(package, file, [&reader](const QXmlStreamReader &xml, int depth) {
+        readStrictXml(package, file, account, [&reader](const QXmlStreamReader &xml, int depth) {
             reader.readToken(xml, depth);
         });
     if (broken)

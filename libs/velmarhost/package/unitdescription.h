@@ -14,7 +14,8 @@ namespace Velmar::Host {
     What breaks a rule is added to the unit's faults. A fault for which the upgrade library takes
     nothing of the file sets the unit's problem, and leaves the unit without contents.
 */
-void readUnitDescription(const QString &package, const QString &file, ListedUnit &unit);
+void readUnitDescription(const QString &package, const QString &file, XmlAccount &account,
+                         ListedUnit &unit);
 
 } // namespace Velmar::Host
 
