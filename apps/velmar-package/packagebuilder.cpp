@@ -2,6 +2,7 @@
 
 #include "growingfolder.h"
 #include "interruption.h"
+#include "package/packagerules.h"
 #include "packagexml.h"
 
 #include <tzcryptrc2/convertfile.h>
@@ -168,7 +169,7 @@ bool PackageBuilder::bringFile(const QString &folder, const QString &path, QStri
         errorText = QStringLiteral("the folder for %1 cannot be made").arg(target);
         return false;
     }
-    if (isEncipheredFile(path)) {
+    if (Host::isEncipheredFile(path)) {
         const TZ::ConvertOutcome outcome = TZ::encipherFile(source, target, mayGoOn);
         if (outcome.result == TZ::ConvertOutcome::Result::Done)
             return true;

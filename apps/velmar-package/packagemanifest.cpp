@@ -1,7 +1,8 @@
 #include "packagemanifest.h"
 
-#include "destinations.h"
 #include "manifestobject.h"
+#include "package/destinations.h"
+#include "package/packagerules.h"
 
 #include <jsontext/jsontext.h>
 
@@ -21,15 +22,7 @@ namespace {
 using Need = ManifestObject::Need;
 
 constexpr int ManifestVersion = 1;
-constexpr int MaxTargetPath = 255; // bytes; the field in the upgrade image has 256, ended by a zero
 constexpr int MainStepType = 0;
-
-// Those that something is done with when a file is written register by register. A host refuses a
-// package with any other, for what is passed over is most likely a name spelled wrong.
-constexpr const char *CommandNames[] = {
-    "SendCardIndex", "SendDeviceID", "SendSenderFileType", "SendFileLength",
-    "SendFileCount", "SendFileData", "SendSubCarIndex",
-};
 
 // Empty if a file or folder of a package may be called so.
 QString nameFault(const QString &name)
@@ -67,16 +60,15 @@ QString targetPathFault(const QString &path)
     // The image keeps as many bytes of a path as it has characters, and would cut others short.
     if (std::any_of(path.begin(), path.end(), [](QChar c) { return c < u' ' || c > u'~'; }))
         return QStringLiteral("has characters outside ASCII");
-    if (path.size() > MaxTargetPath)
-        return QStringLiteral("is longer than %1 bytes").arg(MaxTargetPath);
-    return QString();
+    if (path.size() > Host::LongestTarget)
+        return QStringLiteral("is longer than %1 bytes").arg(Host::LongestTarget);
+    return Host::isTarget(path) ? QString() : QStringLiteral("has nothing but blanks");
 }
 
 QString commandNameFault(const QString &name)
 {
-    QStringList known;
-    for (const char *each : CommandNames)
-        known.append(QLatin1String(each));
+    // A host refuses a package with any other: what is passed over is most likely spelled wrong.
+    const QStringList &known = Host::commandNames();
     if (name.isEmpty() || known.contains(name)) // an empty one has its own fault
         return QString();
     return QStringLiteral("is none of %1").arg(known.join(QStringLiteral(", ")));
@@ -130,7 +122,7 @@ private:
         QString folder;
         bool isMain;
         QSet<QPair<QString, int>> sections;
-        Destinations mainDestinations;
+        Host::Destinations mainDestinations;
     };
 
     ManifestUnit readUnit(const QJsonValue &value, const QString &place)
@@ -231,8 +223,7 @@ private:
         const QString fault = pathFault(file.path);
         if (!fault.isEmpty())
             object.fail("path", fault);
-        else if (!file.path.endsWith(QLatin1String(".json"))
-                 && !file.path.endsWith(QLatin1String("font12.dat")))
+        else if (!Host::isMcuDataFile(file.path))
             object.fail(
                 "path",
                 QStringLiteral("ends neither in \".json\" nor in \"font12.dat\", and nothing "
@@ -323,8 +314,9 @@ private:
     QSet<int> m_moduleIds;
     QSet<QString> m_sources;
     // Data files go with a main unit, whichever that is. Main units never meet in one image.
-    Destinations m_mainDestinations;
-    Destinations m_cardDestinations; // of all cards and boards: one device may have all of them
+    Host::Destinations m_mainDestinations;
+    Host::Destinations
+        m_cardDestinations; // of all cards and boards: one device may have all of them
 };
 
 } // namespace
@@ -362,13 +354,6 @@ bool readPackageManifest(const QString &path, PackageManifest &manifest, QString
     }
     manifest = read;
     return true;
-}
-
-bool isEncipheredFile(const QString &fileName)
-{
-    // The upgrade library deciphers by these names alone, in this case.
-    return fileName.endsWith(QLatin1String(".dat"))
-        && !fileName.endsWith(QLatin1String("font12.dat"));
 }
 
 } // namespace Velmar::Package

@@ -50,9 +50,6 @@ struct PackageManifest {
 /*! False, with \a errorText set, if the manifest at \a path or a file that it names is wrong. */
 bool readPackageManifest(const QString &path, PackageManifest &manifest, QString &errorText);
 
-/*! True if a package holds the file of that name enciphered. */
-bool isEncipheredFile(const QString &fileName);
-
 } // namespace Velmar::Package
 
 #endif // VELMARPACKAGE_PACKAGEMANIFEST_H

@@ -311,6 +311,8 @@ private Q_SLOTS:
         row("target too long", target, "[\"" + QByteArray(256, 'p') + "\"]",
             ": units[0].files[0].targetPaths[0] is longer than 255 bytes");
 
+        row("target of blanks", target, R"([" "])",
+            ": units[0].files[0].targetPaths[0] has nothing but blanks");
         row("target that names no file", target, R"(["/./"])",
             ": units[0].files[0].targetPaths[0] names no file");
         row("target in another notation", target, R"(["/a", ".//a/"])",
@@ -424,27 +426,6 @@ private Q_SLOTS:
         QVERIFY(!readPackageManifest(path("none.json"), result, errorText));
 
         QCOMPARE(errorText, path("none.json") + ": No such file or directory");
-    }
-
-    void encipheredNames_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("enciphered");
-
-        QTest::newRow("firmware") << QStringLiteral("MCU.dat") << true;
-        QTest::newRow("font of 12 pixels") << QStringLiteral("font12.dat") << false;
-        QTest::newRow("font of 12 pixels with a prefix")
-            << QStringLiteral("bold_font12.dat") << false;
-        QTest::newRow("font of 13 pixels") << QStringLiteral("font13.dat") << true;
-        QTest::newRow("font in capitals") << QStringLiteral("FONT12.dat") << true;
-        QTest::newRow("suffix in capitals") << QStringLiteral("MCU.DAT") << false;
-        QTest::newRow("another suffix") << QStringLiteral("osd.json") << false;
-    }
-    void encipheredNames()
-    {
-        QFETCH(QString, name);
-
-        QTEST(isEncipheredFile(name), "enciphered");
     }
 
 private:

@@ -599,6 +599,82 @@ private Q_SLOTS:
         QCOMPARE(m_package->leftOut().first(), QStringLiteral("main|MCU|main/MCU.dat|no-commands"));
     }
 
+    // A factory file has them in vain.
+    void byRegistersOfAFactoryFile()
+    {
+        makeWholePackage();
+        QVERIFY(builder().index({ "factory", "main" }));
+        QVERIFY(builder().unit("factory", MainUnit,
+                               fileInfo("MCU", "MCU_Golden.dat", 0, DataCommands)));
+        QVERIFY(storeEnciphered(builder().path("factory/MCU_Golden.dat"), "factory"));
+        QVERIFY(!m_package->run(*m_device, {}, Road::Registers));
+        QCOMPARE(m_package->choiceText,
+                 QStringLiteral("The package has no commands by which the \"MCU\" of model 0x7701 "
+                                "could be written register by register"));
+    }
+
+    // Into an image such files go as they are; on the way to a register the library deciphers all.
+    void byRegistersWhatIsNotEnciphered_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::newRow("another ending") << QByteArray("MCU.bin");
+        QTest::newRow("font") << QByteArray("font12.dat");
+    }
+    void byRegistersWhatIsNotEnciphered()
+    {
+        QFETCH(QByteArray, name);
+        const QString path = "main/" + name;
+        makeWholePackage();
+        QVERIFY(builder().unit("main", MainUnit, fileInfo("MCU", name, 0, DataCommands)));
+        QVERIFY(builder().file(path, "firmware"));
+        QVERIFY(!m_package->run(*m_device, {}, Road::Registers));
+        QCOMPARE(verdictWord(m_package->code), QStringLiteral("package-refused"));
+        QCOMPARE(m_package->errorText,
+                 path + " cannot be deciphered: The file is cut off or not enciphered.");
+
+        QVERIFY(storeEnciphered(builder().path(path), "firmware"));
+        QVERIFY2(m_package->run(*m_device, {}, Road::Registers), qPrintable(m_package->errorText));
+        QCOMPARE(m_package->files(), QStringList(path + " > "));
+    }
+
+    void placesThatClash_data()
+    {
+        QTest::addColumn<QString>("target"); // of main/MCU.dat, behind /boot/fpga of main/fpga.bin
+        QTest::addColumn<QString>("fault"); // empty: planned
+
+        QTest::newRow("apart") << "/boot/fpga2"
+                               << "";
+        QTest::newRow("the same") << "/boot/fpga"
+                                  << "is the same place as that of main/fpga.bin";
+        QTest::newRow("the same in other words") << "boot/.//fpga"
+                                                 << "is the same place as that of main/fpga.bin";
+        QTest::newRow("below a file") << "/boot/fpga/mcu"
+                                      << "lies below that of main/fpga.bin, which is a file";
+        QTest::newRow("a folder") << "/boot"
+                                  << "is a folder for that of main/fpga.bin";
+        QTest::newRow("none") << "/./"
+                              << "names no file";
+    }
+    void placesThatClash()
+    {
+        QFETCH(QString, target);
+        QFETCH(QString, fault);
+        makeWholePackage();
+        // The library sends a data file as often as it is listed: with the same content, that is.
+        QVERIFY(builder().paths({ { "main/fpga.bin", "/boot/fpga" },
+                                  { "main/MCU.dat", target },
+                                  { "main/osd.json", "/config/osd.json" },
+                                  { "main/osd.json", "/config/osd.json" } }));
+        QCOMPARE(m_package->run(*m_device, { {}, { "main" } }), fault.isEmpty());
+        QCOMPARE(m_package->files().size(), 4);
+        if (fault.isEmpty())
+            return;
+        QCOMPARE(verdictWord(m_package->code), QStringLiteral("package-refused"));
+        QCOMPARE(m_package->errorText,
+                 QStringLiteral("The place of main/MCU.dat on the device, \"%1\", %2")
+                     .arg(target, fault));
+    }
+
     void registerVersions_data()
     {
         QTest::addColumn<QByteArray>("version");

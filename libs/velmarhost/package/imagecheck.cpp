@@ -1,6 +1,7 @@
 #include "package/imagecheck.h"
 
 #include "device/modelnames.h"
+#include "package/packagerules.h"
 #include "package/plan.h"
 
 #include <upgradeimage/imagereader.h>
@@ -18,14 +19,9 @@ using UpgradeImage::ImageRecord;
 constexpr qint64 CipherOverhead = 48;
 constexpr qint64 LongestPadding = 8;
 
-bool isEnciphered(const QString &file)
-{
-    return file.endsWith(QLatin1String(".dat")) && !file.endsWith(QLatin1String("font12.dat"));
-}
-
 bool isPossibleLength(const PlannedFile &planned, qint64 length)
 {
-    if (!isEnciphered(planned.file))
+    if (!isEncipheredFile(planned.file))
         return length == planned.size;
     const qint64 longest = planned.size - CipherOverhead - 1;
     return length <= longest && length > longest - LongestPadding;

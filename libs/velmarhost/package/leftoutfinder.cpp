@@ -4,6 +4,7 @@
 #include "package/offer.h"
 #include "package/olderservicechoice.h"
 #include "package/packagelisting.h"
+#include "package/packagerules.h"
 #include "package/planner.h"
 
 #include <velmarbizmodel/device.h>
@@ -20,18 +21,6 @@ namespace {
 
 constexpr int ForMainControl = 0; // step types of a unit
 constexpr int ForCard = 1;
-const QString McuSection = QStringLiteral("MCU");
-
-bool isDataFile(const QString &sourcePath)
-{
-    return sourcePath.endsWith(QLatin1String(".json"))
-        || sourcePath.endsWith(QLatin1String("font12.dat"));
-}
-
-bool isGolden(const ListedFile &file)
-{
-    return file.fileName.endsWith(QLatin1String("Golden.dat"));
-}
 
 struct Cause {
     LeftOutReason reason;
@@ -168,7 +157,7 @@ private:
     {
         QSet<QString> names;
         for (const auto &file : unit.files) {
-            if (isGolden(file))
+            if (isGoldenFile(file.fileName))
                 continue;
             if (names.contains(file.sectionName))
                 return file.sectionName;
@@ -179,7 +168,7 @@ private:
 
     Cause causeOf(const ListedUnit &unit, const ListedFile &file) const
     {
-        if (isGolden(file))
+        if (isGoldenFile(file.fileName))
             return { LeftOutReason::GoldenFile,
                      QStringLiteral("A factory file, by its name, which no upgrade sends") };
         const bool isForMain = unit.modelId == m_config.modelId;
@@ -273,7 +262,7 @@ private:
 
     Cause causeOfPlace(const QString &path) const
     {
-        if (!isDataFile(path))
+        if (!isMcuDataFile(path))
             return { LeftOutReason::Unused, QStringLiteral("No unit uses it") };
         if (m_order.road == Road::Registers)
             return { LeftOutReason::NotByRegisters,

@@ -2,13 +2,13 @@
 
 #include "package/packagelisting.h"
 #include "package/packagename.h"
+#include "package/packagerules.h"
 
 #include <tzcryptrc2/convertfile.h>
 
 #include <QSet>
 
 #include <algorithm>
-#include <iterator>
 #include <limits>
 #include <system_error>
 #include <thread>
@@ -21,33 +21,6 @@ namespace {
 // A package of nothing but faults must not fill the memory; nobody reads more of them.
 constexpr int MostRefusals = 200;
 constexpr int MostNotes = 200;
-
-constexpr int LongestTarget = 255; // bytes; an image's record has 256 and ends them with a zero
-
-// The names with which the register road knows something to do, and one that it drops on purpose.
-const QLatin1String KnownCommands[] = {
-    QLatin1String("SendCardIndex"),      QLatin1String("SendDeviceID"),
-    QLatin1String("SendSenderFileType"), QLatin1String("SendFileLength"),
-    QLatin1String("SendFileCount"),      QLatin1String("SendFileData"),
-    QLatin1String("SendSubCarIndex"),
-};
-
-bool isGolden(const ListedFile &file)
-{
-    return file.fileName.endsWith(QLatin1String("Golden.dat")); // never sent, never deciphered
-}
-
-bool isEnciphered(const QString &path)
-{
-    return path.endsWith(QLatin1String(".dat")) && !path.endsWith(QLatin1String("font12.dat"));
-}
-
-bool isPrintableAscii(const QString &text)
-{
-    return std::all_of(text.begin(), text.end(), [](QChar character) {
-        return character.unicode() >= 0x20 && character.unicode() <= 0x7E;
-    });
-}
 
 /*! Looks through one package. */
 class Checker
@@ -141,8 +114,7 @@ private:
 
     void checkCommand(const ListedUnit &unit, const ListedCommand &command)
     {
-        if (std::find(std::begin(KnownCommands), std::end(KnownCommands), command.name)
-            == std::end(KnownCommands))
+        if (!commandNames().contains(command.name))
             refuse("unknown-command", placeOf(unit.description, command.line),
                    QStringLiteral("There is no command \"%1\".").arg(command.name));
     }
@@ -163,11 +135,11 @@ private:
             note("missing-file", place, QStringLiteral("There is no file %1.").arg(path));
             return;
         }
-        if (isGolden(file) || m_named.contains(path))
+        if (isGoldenFile(file.fileName) || m_named.contains(path))
             return;
         m_named.insert(path);
         checkSize(*found);
-        if (isEnciphered(path))
+        if (isEncipheredFile(path))
             m_enciphered.push_back(found);
     }
 
@@ -191,8 +163,7 @@ private:
                 QStringLiteral("The name of the file, \"%1\", %2.").arg(entry.source, nameFault));
         else if (!m_manifest.find(entry.source))
             note("missing-file", place, QStringLiteral("There is no file %1.").arg(entry.source));
-        if (entry.target.trimmed().isEmpty() || entry.target.size() > LongestTarget
-            || !isPrintableAscii(entry.target))
+        if (!isTarget(entry.target))
             refuse("target", place,
                    QStringLiteral("The destination \"%1\" has not 1 to %2 printable ASCII "
                                   "characters.")

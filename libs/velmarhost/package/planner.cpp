@@ -4,6 +4,8 @@
 #include "device/toldversions.h"
 #include "package/leftoutfinder.h"
 #include "package/packagelisting.h"
+#include "package/packagerules.h"
+#include "package/sendingfault.h"
 
 #include <upgradeimage/imagereader.h>
 #include <velmarbizmodel/device.h>
@@ -17,7 +19,6 @@
 #include <QStringList>
 
 #include <algorithm>
-#include <limits>
 #include <utility>
 
 namespace Velmar::Host {
@@ -27,13 +28,7 @@ namespace {
 using ProtoModel::Auxiliary::s_DeviceVersion;
 using ProtoModel::Auxiliary::s_DeviceVersionPart;
 
-const QString McuSection = QStringLiteral("MCU");
-const QString DataCommand = QStringLiteral("SendFileData");
 constexpr quint32 NoSuchSection = static_cast<quint32>(-1); // no 16-bit code equals it
-constexpr int LongestTarget = 255; // bytes
-constexpr qint64 LargestImage = std::numeric_limits<int>::max(); // what an announcement can tell
-constexpr std::size_t MostFiles = std::numeric_limits<quint16>::max();
-constexpr int LowestRegisterVersion = 3; // first number of a unit's version
 
 QString dotted(quint32 version)
 {
@@ -229,8 +224,7 @@ private:
         if (!isMcuChosen)
             return;
         for (const auto &entry : m_order.dataFilePaths) {
-            if (!entry.sourcePath.endsWith(QLatin1String(".json"))
-                && !entry.sourcePath.endsWith(QLatin1String("font12.dat")))
+            if (!isMcuDataFile(entry.sourcePath))
                 continue;
             const QString path = m_order.packagePath + QDir::separator() + entry.sourcePath;
             m_sent.places.insert({ path, entry.targetPath });
@@ -271,7 +265,7 @@ private:
                         [&](const auto &parsed) { return parsed.path == unit->path; });
         for (const auto &listed : unit->files) {
             if (listed.sectionName != McuSection || !listed.commands.contains(DataCommand)
-                || listed.fileName.endsWith(QLatin1String("Golden.dat")))
+                || isGoldenFile(listed.fileName))
                 continue;
             m_sent.items.insert({ listed.sectionName, { listed.filePath, listed.boardId } });
             PlannedFile file;
@@ -411,47 +405,7 @@ private:
 
     QString unsendable() const
     {
-        if (!m_uploadFault.isEmpty())
-            return m_uploadFault;
-        for (const auto &file : m_plan.files) {
-            if (file.size == 0)
-                return QStringLiteral("%1 is missing, empty or no file").arg(file.file);
-            if (isImage() && !hasGoodTarget(file))
-                return file.target.isEmpty()
-                    ? QStringLiteral("%1 has no place on the device").arg(file.file)
-                    : QStringLiteral("%1 has a place on the device of other than 1 to 255 ASCII "
-                                     "characters")
-                          .arg(file.file);
-        }
-        // Deciphered files are a little shorter, which is no use so near to the limits.
-        if (isImage()
-            && (m_plan.files.size() > MostFiles
-                || m_plan.totalSize() > LargestImage - imageOverhead()))
-            return QStringLiteral("The files are too many or too large for one image");
-        if (m_order.road == Road::Registers
-            && m_registerVersion.section(QLatin1Char('.'), 0, 0).toInt() < LowestRegisterVersion)
-            return QStringLiteral("The unit's version is \"%1\", and only versions from %2 can be "
-                                  "written by registers")
-                .arg(m_registerVersion, QString::number(LowestRegisterVersion));
-        return {};
-    }
-
-    bool isImage() const
-    {
-        return m_order.road != Road::Registers && m_plan.upload.filePath.isEmpty();
-    }
-
-    qint64 imageOverhead() const
-    {
-        return UpgradeImage::HeaderSize + UpgradeImage::SumSize
-            + UpgradeImage::RecordSize * static_cast<qint64>(m_plan.files.size());
-    }
-
-    static bool hasGoodTarget(const PlannedFile &file)
-    {
-        return !file.target.isEmpty() && file.target.size() <= LongestTarget
-            && std::all_of(file.target.cbegin(), file.target.cend(),
-                           [](QChar c) { return c.unicode() >= 0x20 && c.unicode() < 0x7F; });
+        return m_uploadFault.isEmpty() ? sendingFault(m_plan, m_registerVersion) : m_uploadFault;
     }
 
     const PlanOrder &m_order;

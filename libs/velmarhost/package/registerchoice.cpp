@@ -1,6 +1,7 @@
 #include "package/registerchoice.h"
 
 #include "package/packagelisting.h"
+#include "package/packagerules.h"
 
 #include <algorithm>
 
@@ -11,8 +12,6 @@ namespace {
 using ProtoModel::Auxiliary::s_CardInfoParts;
 
 constexpr int WriteRegisters = 1; // s_CardInfoParts::type of the parts that the library writes
-const QString McuSection = QStringLiteral("MCU");
-const QString DataCommand = QStringLiteral("SendFileData");
 
 bool hasCommands(const PackageListing &listing, quint16 modelId)
 {
@@ -24,7 +23,8 @@ bool hasCommands(const PackageListing &listing, quint16 modelId)
         });
     return unit != units.cend()
         && std::any_of(unit->files.cbegin(), unit->files.cend(), [](const ListedFile &file) {
-               return file.sectionName == McuSection && file.commands.contains(DataCommand);
+               return file.sectionName == McuSection && file.commands.contains(DataCommand)
+                   && !isGoldenFile(file.fileName);
            });
 }
 

@@ -1,8 +1,8 @@
-#include "destinations.h"
+#include "package/destinations.h"
 
 #include <QStringList>
 
-namespace Velmar::Package {
+namespace Velmar::Host {
 
 namespace {
 
@@ -52,4 +52,4 @@ QString Destinations::add(const QString &path, const QString &where)
     return QString();
 }
 
-} // namespace Velmar::Package
+} // namespace Velmar::Host

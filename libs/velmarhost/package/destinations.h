@@ -1,10 +1,10 @@
-#ifndef VELMARPACKAGE_DESTINATIONS_H
-#define VELMARPACKAGE_DESTINATIONS_H
+#ifndef VELMARHOST_DESTINATIONS_H
+#define VELMARHOST_DESTINATIONS_H
 
 #include <QHash>
 #include <QString>
 
-namespace Velmar::Package {
+namespace Velmar::Host {
 
 /*!
     The places on a device that the files of one image take.
@@ -15,18 +15,19 @@ namespace Velmar::Package {
 class Destinations
 {
 public:
-    /*! Adds \a path, which stands at \a where in the manifest. Empty, or what is wrong with it. */
+    /*! Adds \a path, which \a where leads to: a file, or a place in what names it. Empty, or what is
+        wrong with it. */
     QString add(const QString &path, const QString &where);
 
     /*! What would be wrong with \a path here; empty if nothing is. */
     QString clash(const QString &path) const;
 
 private:
-    // Both by the path on the device, with the place in the manifest that first led there.
+    // Both by the path on the device, with what first led there.
     QHash<QString, QString> m_files;
     QHash<QString, QString> m_folders;
 };
 
-} // namespace Velmar::Package
+} // namespace Velmar::Host
 
-#endif // VELMARPACKAGE_DESTINATIONS_H
+#endif // VELMARHOST_DESTINATIONS_H
