@@ -136,7 +136,7 @@ private Q_SLOTS:
         QCOMPARE(words.mid(0, 4), QStringList({ "devices", "versions", "status", "inspect" }));
         json.take(end(VerdictCode::Answered));
         auto faults = eventFaults(m_lines).trimmed().split('\n');
-        QCOMPARE(faults.size(), 4);
+        QVERIFY2(faults.size() == 4, faults.join("; ").constData());
         QVERIFY2(faults.at(0).startsWith("line 7: data/0: Unevaluated properties"),
                  faults.at(0).constData());
         QCOMPARE(faults.at(1), QByteArray("line 8: data: 'state' is a required property"));
