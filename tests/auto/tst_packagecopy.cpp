@@ -232,21 +232,21 @@ private Q_SLOTS:
         QTest::addColumn<QString>("outcome"); // %1: the path
 
         QTest::newRow("nothing") << "nothing"
-                                 << "package-refused: There is no package at \"%1\".";
+                                 << "no-package: There is no package at \"%1\".";
         QTest::newRow("no path") << "no path"
-                                 << "package-refused: There is no package at \"\".";
+                                 << "no-package: There is no package at \"\".";
         QTest::newRow("image configuration file")
             << "file"
-            << "package-refused: %1 is a file. An upgrade takes the folder of a package; an image "
+            << "no-package: %1 is a file. An upgrade takes the folder of a package; an image "
                "configuration file holds no firmware.";
         QTest::newRow("below a file") << "below a file"
-                                      << "package-refused: There is no package at \"%1\".";
+                                      << "no-package: There is no package at \"%1\".";
         QTest::newRow("pipe") << "pipe"
-                              << "package-refused: %1 is no folder, as a package is.";
+                              << "no-package: %1 is no folder, as a package is.";
         QTest::newRow("device") << "device"
-                                << "package-refused: /dev/null is no folder, as a package is.";
+                                << "no-package: /dev/null is no folder, as a package is.";
         QTest::newRow("dangling link") << "dangling"
-                                       << "package-refused: There is no package at \"%1\".";
+                                       << "no-package: There is no package at \"%1\".";
         QTest::newRow("loop") << "loop"
                               << "copy-failed: The package %1 cannot be read: "
                 + qt_error_string(ELOOP) + ".";

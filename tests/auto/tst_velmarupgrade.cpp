@@ -423,7 +423,9 @@ private Q_SLOTS:
             << QStringList { "run", "package", "--device", "wall" } << 2 << "usage";
         QTest::newRow("run of a file") << QStringList { "run", m_package.path() + "/main/mcu.bin",
                                                         "--device", "wall", "--yes" }
-                                       << 3 << "package-refused";
+                                       << 3 << "no-package";
+        QTest::newRow("inspection of nothing")
+            << QStringList { "inspect", m_package.path() + "/none" } << 3 << "no-package";
         QTest::newRow("status without a device") << QStringList { "status" } << 2 << "usage";
         QTest::newRow("inspect for a model that nothing fits")
             << QStringList { "inspect", m_package.path(), "--model", "0x7702" } << 3

@@ -40,7 +40,8 @@ void TestVerdict::code_data()
            "plan-mismatch", "send-failed", "silent-device", "bad-answer", "nothing-sent",
            "install-failed", "not-installed", "internal" })
         QTest::newRow(word) << "failed" << 1;
-    for (const char *word : { "package-refused", "nothing-fits", "not-planned", "plan-outdated" })
+    for (const char *word :
+         { "no-package", "package-refused", "nothing-fits", "not-planned", "plan-outdated" })
         QTest::newRow(word) << "failed" << 3;
     QTest::newRow("usage") << "failed" << 2;
     QTest::newRow("unreachable") << "failed" << 4;

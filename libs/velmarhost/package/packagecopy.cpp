@@ -300,17 +300,18 @@ std::optional<CopyFault> openPackage(const QString &path, Descriptor &package)
     const QByteArray name = QFile::encodeName(path);
     struct stat facts = {};
     const bool isThere = ::stat(name.constData(), &facts) == 0;
-    const auto refused = [](const QString &text) {
-        return CopyFault { VerdictCode::PackageRefused, text };
+    const auto noPackage = [](const QString &text) {
+        return CopyFault { VerdictCode::NoPackage, text };
     };
     if (!isThere && (errno == ENOENT || errno == ENOTDIR))
-        return refused(QStringLiteral("There is no package at \"%1\".").arg(path));
+        return noPackage(QStringLiteral("There is no package at \"%1\".").arg(path));
     if (isThere && S_ISREG(facts.st_mode))
-        return refused(QStringLiteral("%1 is a file. An upgrade takes the folder of a package; an "
-                                      "image configuration file holds no firmware.")
-                           .arg(path));
+        return noPackage(
+            QStringLiteral("%1 is a file. An upgrade takes the folder of a package; an "
+                           "image configuration file holds no firmware.")
+                .arg(path));
     if (isThere && !S_ISDIR(facts.st_mode))
-        return refused(QStringLiteral("%1 is no folder, as a package is.").arg(path));
+        return noPackage(QStringLiteral("%1 is no folder, as a package is.").arg(path));
     package = Descriptor(::open(name.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (package.isOpen())
         return std::nullopt;

@@ -54,8 +54,8 @@ public:
 
         Within the package only folders and regular files are taken, and no link is followed. A
         null pointer, with nothing left behind, \a code and \a errorText (one sentence) set:
-        - PackageRefused: something else lies in the package, it is no folder or goes beyond the
-          limits, or a name is no UTF-8
+        - NoPackage: there is nothing at the path, or no folder
+        - PackageRefused: something else lies in the package, it goes beyond the limits, or a name is no UTF-8
         - CopyFailed: something cannot be read or written, or has changed meanwhile
         - DiskFull: there is not enough room for the copy and for what an upgrade adds to it
         - Interrupted: \a isCancelled was set

@@ -54,6 +54,8 @@ constexpr CodeText Texts[] = {
     { VerdictCode::CopyFailed, Failed, HostExitCode::Failed, "copy-failed", UpgradeAgain },
     { VerdictCode::DiskFull, Failed, HostExitCode::Failed, "disk-full",
       "Make room, and upgrade again; the device has installed nothing." },
+    { VerdictCode::NoPackage, Failed, HostExitCode::PackageRefused, "no-package",
+      "Check the path of the package." },
     { VerdictCode::PackageRefused, Failed, HostExitCode::PackageRefused, "package-refused",
       "Have the package's maker mend it." },
     { VerdictCode::NothingFits, Failed, HostExitCode::PackageRefused, "nothing-fits", Inspect },

@@ -40,6 +40,7 @@ enum class VerdictCode {
     Usage, //!< wrong options, or a file named by an option cannot be used
     CopyFailed, //!< the package cannot be copied
     DiskFull,
+    NoPackage, //!< the path of the package leads to no folder
     PackageRefused, //!< the package breaks a rule
     NothingFits, //!< nothing of the package fits the device
     NotPlanned, //!< something that was picked would not be sent
