@@ -1,87 +1,27 @@
 #include "device/closablelinks.h"
 
-#include <velmarbizmodel/devicelink.h>
+#include "support/stucklink.h"
 
 #include <QtTest>
 
-#include <condition_variable>
 #include <future>
-#include <mutex>
 
 using namespace Velmar;
 using namespace Velmar::Host;
 using BizModel::LinkAnswer;
-using BizModel::LinkRequest;
-
-namespace {
-
-/*! A link whose calls wait until it is closed while they do, and no time ends them. */
-class EndlessLink : public BizModel::DeviceLink
-{
-public:
-    bool open(int, QString &errorText) override
-    {
-        wait();
-        errorText = QStringLiteral("closed");
-        return false;
-    }
-
-    LinkAnswer send(const LinkRequest &) override
-    {
-        wait();
-        LinkAnswer answer;
-        answer.outcome = LinkAnswer::Outcome::Lost;
-        return answer;
-    }
-
-    void close() override
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_closings;
-        m_changed.notify_all();
-    }
-
-    bool isOpen() const override { return true; }
-    void pauseHeartbeat(int) override { wait(); }
-    void restartHeartbeat() override { wait(); }
-
-    bool waitForUser()
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        return m_changed.wait_for(lock, std::chrono::seconds(50), [this] { return m_users > 0; });
-    }
-
-private:
-    // A closing before counts for nothing, as with a link that is not open yet.
-    void wait()
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        ++m_users;
-        m_changed.notify_all();
-        m_changed.wait(lock, [this, before = m_closings] { return m_closings > before; });
-        --m_users;
-    }
-
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    int m_closings = 0;
-    int m_users = 0;
-};
-
-} // namespace
 
 class tst_ClosableLinks : public QObject
 {
     Q_OBJECT
 
-    std::shared_ptr<EndlessLink> m_inner;
+    std::shared_ptr<StuckLink> m_inner;
     std::unique_ptr<ClosableLinks> m_links;
     std::shared_ptr<BizModel::DeviceLink> m_link;
 
 private Q_SLOTS:
     void init()
     {
-        m_inner = std::make_shared<EndlessLink>();
+        m_inner = std::make_shared<StuckLink>(false);
         m_links =
             std::make_unique<ClosableLinks>([this](const DeviceAddress &) { return m_inner; });
         m_link = m_links->make({ QStringLiteral("127.0.0.1"), 1 });
@@ -114,7 +54,7 @@ private Q_SLOTS:
                 return true;
             }
         });
-        QVERIFY(m_inner->waitForUser());
+        QTRY_VERIFY_WITH_TIMEOUT(m_inner->isWaiting(), 50000);
         m_links->close();
         // Nobody waits any more, and so this cannot take long.
         QVERIFY(waiting.get());

@@ -1,6 +1,7 @@
 #include "device/confirmation.h"
 
 #include "support/scriptedlink.h"
+#include "support/stucklink.h"
 
 #include <QCborArray>
 #include <QElapsedTimer>
@@ -86,65 +87,6 @@ ConfirmationTimes quick()
     times.grace = std::chrono::minutes(1);
     return times;
 }
-
-/*! A link on which everything takes for ever, until it is closed. */
-class StuckLink : public BizModel::DeviceLink
-{
-public:
-    explicit StuckLink(bool isReachable)
-        : m_isReachable(isReachable)
-    {
-    }
-
-    bool open(int timeout, QString &errorText) override
-    {
-        Q_UNUSED(timeout)
-        if (m_isReachable)
-            return true;
-        waitForClose();
-        errorText = QStringLiteral("closed");
-        return false;
-    }
-
-    void close() override
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        ++m_closed;
-        m_changed.notify_all();
-    }
-
-    bool isOpen() const override { return m_isReachable; }
-
-    LinkAnswer send(const LinkRequest &request) override
-    {
-        Q_UNUSED(request)
-        waitForClose();
-        LinkAnswer answer;
-        answer.outcome = LinkAnswer::Outcome::Lost;
-        return answer;
-    }
-
-    void pauseHeartbeat(int milliseconds) override { Q_UNUSED(milliseconds) }
-    void restartHeartbeat() override { }
-
-    bool isWaiting() const { return m_waiting > 0; }
-
-private:
-    // For a close to come, as one that came before does not count.
-    void waitForClose()
-    {
-        std::unique_lock<std::mutex> lock(m_mutex);
-        const int before = m_closed;
-        ++m_waiting;
-        m_changed.wait(lock, [this, before] { return m_closed > before; });
-    }
-
-    const bool m_isReachable;
-    std::mutex m_mutex;
-    std::condition_variable m_changed;
-    int m_closed = 0;
-    std::atomic<int> m_waiting { 0 };
-};
 
 /*! Takes the signals of a Confirmation. */
 struct Taken {

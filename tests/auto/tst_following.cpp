@@ -1,6 +1,7 @@
 #include "run/following.h"
 
 #include "support/scriptedlink.h"
+#include "support/stucklink.h"
 
 #include <QCborArray>
 #include <QtTest>
@@ -47,6 +48,7 @@ private Q_SLOTS:
     void answer();
     void asksUntilTheDeviceAnswers();
     void givesUpBehindTheLimit();
+    void goesWithoutAnAnswer();
 };
 
 void TestFollowing::answer_data()
@@ -105,6 +107,17 @@ void TestFollowing::givesUpBehindTheLimit()
 
     QTRY_VERIFY(told.has_value());
     QCOMPARE(int(*told), int(Following::Found::Nothing));
+}
+
+void TestFollowing::goesWithoutAnAnswer()
+{
+    const auto link = std::make_shared<StuckLink>(true);
+    {
+        Following following(Wall, [link](const DeviceAddress &) { return link; });
+        following.start(std::chrono::minutes(1));
+        QTRY_VERIFY_WITH_TIMEOUT(link->isWaiting(), 50000);
+    }
+    QVERIFY(link.use_count() == 1); // nobody waits for the device any more
 }
 
 QTEST_GUILESS_MAIN(TestFollowing)

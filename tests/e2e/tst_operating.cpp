@@ -370,13 +370,26 @@ private Q_SLOTS:
         QCOMPARE(device.operations(), QStringList());
     }
 
+    void interruptWhilePlanning_data()
+    {
+        QTest::addColumn<QString>("verb");
+
+        for (const char *verb : { "run", "plan", "watch" })
+            QTest::newRow(verb) << verb;
+    }
     void interruptWhilePlanning()
     {
+        QFETCH(QString, verb);
         QTcpServer silent; // connections are taken by the system, and nobody answers
         QVERIFY(silent.listen(QHostAddress::LocalHost));
         const ExamplePackage package;
-        UpgradeProgram upgrade({ "run", package.path(), "--yes", "--json", "--device",
-                                 QStringLiteral("127.0.0.1:%1").arg(silent.serverPort()) });
+        QStringList words { verb, "--json", "--device",
+                            QStringLiteral("127.0.0.1:%1").arg(silent.serverPort()) };
+        if (verb != "watch")
+            words.append(package.path());
+        if (verb == "run")
+            words.append("--yes");
+        UpgradeProgram upgrade(words);
         QVERIFY(upgrade.waitForPhase("plan"));
         upgrade.interrupt(SIGINT);
         QCOMPARE(upgrade.finishTold().end(), QStringLiteral("130 interrupted"));

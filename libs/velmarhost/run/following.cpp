@@ -13,10 +13,12 @@ constexpr int NothingInstalled = 0; // since its last restart
 constexpr int Installed = 2;
 constexpr int InstallationFailed = 3;
 
-Following::Found ask(const DeviceAddress &device, const LinkFactory &makeLink)
+Following::Found ask(const DeviceAddress &device, ClosableLinks &links)
 {
     QString errorText;
-    const auto installation = readInstallation(device, AnswerLimit, errorText, makeLink);
+    const auto installation =
+        readInstallation(device, AnswerLimit, errorText,
+                         [&links](const DeviceAddress &address) { return links.make(address); });
     if (!installation)
         return Following::Found::Nothing;
     switch (installation->result) {
@@ -34,14 +36,17 @@ Following::Found ask(const DeviceAddress &device, const LinkFactory &makeLink)
 
 Following::Following(DeviceAddress device, LinkFactory makeLink)
     : m_device(std::move(device))
-    , m_makeLink(std::move(makeLink))
+    , m_links(std::move(makeLink))
 {
     m_pause.setSingleShot(true);
     m_pause.setInterval(std::chrono::milliseconds(500));
     connect(&m_pause, &QTimer::timeout, this, &Following::ask);
 }
 
-Following::~Following() = default;
+Following::~Following()
+{
+    m_links.close(); // the task is waited for
+}
 
 void Following::start(std::chrono::milliseconds limit)
 {
@@ -57,7 +62,7 @@ void Following::setInterval(std::chrono::milliseconds interval)
 void Following::ask()
 {
     m_task = std::make_unique<BackgroundTask>(
-        [this](const std::atomic<bool> &) { m_answer = Host::ask(m_device, m_makeLink); });
+        [this](const std::atomic<bool> &) { m_answer = Host::ask(m_device, m_links); });
     connect(m_task.get(), &BackgroundTask::signalEnded, this, &Following::slotAnswered);
     m_task->start();
 }

@@ -1,7 +1,8 @@
 #ifndef VELMARHOST_FOLLOWING_H
 #define VELMARHOST_FOLLOWING_H
 
-#include "device/devicefacts.h"
+#include "device/closablelinks.h"
+#include "device/deviceaddress.h"
 #include "run/backgroundtask.h"
 
 #include <QDeadlineTimer>
@@ -50,7 +51,7 @@ private:
     void slotAnswered();
 
     const DeviceAddress m_device;
-    const LinkFactory m_makeLink;
+    ClosableLinks m_links;
     QDeadlineTimer m_deadline;
     QTimer m_pause;
     Found m_answer = Found::Nothing; // written by the task, read behind its end

@@ -37,13 +37,16 @@ Verdict interruption()
 
 Preparation::Preparation(PreparationOrder order, LinkFactory makeLink)
     : m_order(std::move(order))
-    , m_makeLink(std::move(makeLink))
+    , m_links(std::move(makeLink))
     , m_task([this](const std::atomic<bool> &isCancelled) { work(isCancelled); })
 {
     connect(&m_task, &BackgroundTask::signalEnded, this, &Preparation::slotEnded);
 }
 
-Preparation::~Preparation() = default;
+Preparation::~Preparation()
+{
+    cancel(); // the task is waited for
+}
 
 void Preparation::start()
 {
@@ -54,6 +57,7 @@ void Preparation::cancel()
 {
     m_isCancelled = true;
     m_task.cancel();
+    m_links.close();
 }
 
 void Preparation::leaveCopy()
@@ -133,7 +137,9 @@ bool Preparation::askDevice()
     QElapsedTimer elapsed;
     elapsed.start();
     for (int tries = 0; !m_facts && tries < TryCount && !elapsed.hasExpired(TryMs); ++tries)
-        m_facts = readDeviceFacts(m_order.device, AnswerLimit, errorText, m_makeLink);
+        m_facts =
+            readDeviceFacts(m_order.device, AnswerLimit, errorText,
+                            [this](const DeviceAddress &address) { return m_links.make(address); });
     if (!m_facts)
         m_refusal = verdict(VerdictCode::Unreachable, errorText);
     return m_facts.has_value();

@@ -1,6 +1,7 @@
 #ifndef VELMARHOST_PREPARATION_H
 #define VELMARHOST_PREPARATION_H
 
+#include "device/closablelinks.h"
 #include "device/deviceaddress.h"
 #include "device/devicefacts.h"
 #include "package/packagecopy.h"
@@ -45,7 +46,7 @@ public:
 
     void start();
 
-    /*! Makes an end soon; signalRefused() tells Interrupted then, unless there was a refusal. */
+    /*! Makes an end soon, whatever the device does; signalRefused() tells Interrupted then, unless there was a refusal. */
     void cancel();
 
     /*! Leaves the copy to a worker that goes on without this process; see PackageCopy::leave(). */
@@ -84,7 +85,7 @@ private:
     void slotEnded();
 
     const PreparationOrder m_order;
-    const LinkFactory m_makeLink;
+    ClosableLinks m_links;
     bool m_isCancelled = false;
     // Written by the task, read behind its end.
     std::unique_ptr<PackageCopy> m_copy;
