@@ -1,4 +1,4 @@
-#include "proof.h"
+#include "prooftest.h"
 
 #include <QtTest>
 
@@ -276,25 +276,14 @@ const std::vector<ProofRow> Rows {
 
 /*! An upgrade over HTTP against everything that may befall it: always a true verdict, a sound device,
     nothing left behind, and a way on. */
-class tst_ProofHttp : public QObject
+class tst_ProofHttp : public ProofTest
 {
     Q_OBJECT
 
-    Proof m_proof { Trial::Road::Http, Rows, 95 };
-
-private Q_SLOTS:
-    void initTestCase() { m_proof.run(); }
-
-    void row_data()
+public:
+    tst_ProofHttp()
+        : ProofTest(Trial::Road::Http, Rows, 95)
     {
-        QTest::addColumn<int>("index");
-        for (std::size_t i = 0; i < Rows.size(); ++i)
-            QTest::newRow(Rows.at(i).name) << int(i);
-    }
-    void row()
-    {
-        QFETCH(int, index);
-        m_proof.check(std::size_t(index));
     }
 };
 

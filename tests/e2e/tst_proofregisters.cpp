@@ -1,4 +1,4 @@
-#include "proof.h"
+#include "prooftest.h"
 
 #include <QtTest>
 
@@ -150,27 +150,16 @@ const std::vector<ProofRow> Rows {
 
 } // namespace
 
-/*! An upgrade register by register against everything that may befall it: always a true verdict, a sound device,
-    nothing left behind, and a way on. */
-class tst_ProofRegisters : public QObject
+/*! An upgrade register by register against everything that may befall it: always a true verdict, a
+    sound device, nothing left behind, and a way on. */
+class tst_ProofRegisters : public ProofTest
 {
     Q_OBJECT
 
-    Proof m_proof { Trial::Road::Registers, Rows, 96 };
-
-private Q_SLOTS:
-    void initTestCase() { m_proof.run(); }
-
-    void row_data()
+public:
+    tst_ProofRegisters()
+        : ProofTest(Trial::Road::Registers, Rows, 96)
     {
-        QTest::addColumn<int>("index");
-        for (std::size_t i = 0; i < Rows.size(); ++i)
-            QTest::newRow(Rows.at(i).name) << int(i);
-    }
-    void row()
-    {
-        QFETCH(int, index);
-        m_proof.check(std::size_t(index));
     }
 };
 
