@@ -2,6 +2,7 @@
 
 #include "support/scriptedlink.h"
 #include "support/stucklink.h"
+#include "support/wallgreeting.h"
 
 #include <QCborArray>
 #include <QElapsedTimer>
@@ -18,15 +19,6 @@ using BizModel::LinkRequest;
 using std::chrono::milliseconds;
 
 namespace {
-
-QCborMap greeting(const char *serial = "S8-0001")
-{
-    return { { QStringLiteral("protocol"), 1 },
-             { QStringLiteral("modelId"), 0x7701 },
-             { QStringLiteral("serial"), QString::fromLatin1(serial) },
-             { QStringLiteral("name"), QStringLiteral("left wall") },
-             { QStringLiteral("cards"), QCborArray() } };
-}
 
 QCborMap versions(const char *mcu)
 {
@@ -48,7 +40,7 @@ LinkAnswer progress(int result)
 std::shared_ptr<ScriptedLink> restartingLink(const char *versionBehind)
 {
     auto link = std::make_shared<ScriptedLink>();
-    link->answer(QStringLiteral("hello"), ScriptedLink::accepted(greeting()));
+    link->answer(QStringLiteral("hello"), ScriptedLink::accepted(wallGreeting()));
     for (int look = 0; look < 2; ++look) {
         link->queue(QStringLiteral("upgrade.progress"), progress(2));
         link->queue(QStringLiteral("version.read"), ScriptedLink::accepted(versions("1.0.0.0")));
@@ -191,14 +183,14 @@ private Q_SLOTS:
     {
         QFETCH(QString, device);
         const auto link = std::make_shared<ScriptedLink>();
-        link->answer(QStringLiteral("hello"), ScriptedLink::accepted(greeting()));
+        link->answer(QStringLiteral("hello"), ScriptedLink::accepted(wallGreeting()));
         link->answer(QStringLiteral("upgrade.progress"), progress(0));
         link->answer(QStringLiteral("version.read"), ScriptedLink::accepted(versions("1.0.0.0")));
         if (device == QLatin1String("away")) {
             link->close();
             link->setReachable(false);
         } else if (device == QLatin1String("another")) {
-            link->answer(QStringLiteral("hello"), ScriptedLink::accepted(greeting("S8-0002")));
+            link->answer(QStringLiteral("hello"), ScriptedLink::accepted(wallGreeting("S8-0002")));
         } else if (device == QLatin1String("refuses")) {
             link->answer(QStringLiteral("version.read"),
                          ScriptedLink::refused(4, QStringLiteral("not now")));

@@ -1,8 +1,8 @@
 #include "device/devicelook.h"
 
 #include "support/scriptedlink.h"
+#include "support/wallgreeting.h"
 
-#include <QCborArray>
 #include <QtTest>
 
 using namespace Velmar;
@@ -14,19 +14,10 @@ namespace {
 
 constexpr std::chrono::milliseconds Timeout { 750 };
 
-QCborMap greeting(const char *serial)
-{
-    return { { QStringLiteral("protocol"), 1 },
-             { QStringLiteral("modelId"), 0x7701 },
-             { QStringLiteral("serial"), QString::fromLatin1(serial) },
-             { QStringLiteral("name"), QStringLiteral("left wall") },
-             { QStringLiteral("cards"), QCborArray() } };
-}
-
 std::shared_ptr<ScriptedLink> deviceLink()
 {
     auto link = std::make_shared<ScriptedLink>();
-    link->answer(QStringLiteral("hello"), ScriptedLink::accepted(greeting("S8-0001")));
+    link->answer(QStringLiteral("hello"), ScriptedLink::accepted(wallGreeting()));
     link->answer(QStringLiteral("upgrade.progress"),
                  ScriptedLink::accepted({ { QStringLiteral("result"), 2 } }));
     link->answer(
@@ -138,7 +129,7 @@ private Q_SLOTS:
         QVERIFY(!eye.look().isInterrupted);
         QCOMPARE(link->arguments(QStringLiteral("hello")).size(), 1);
         link->close();
-        link->answer(QStringLiteral("hello"), ScriptedLink::accepted(greeting("S8-0002")));
+        link->answer(QStringLiteral("hello"), ScriptedLink::accepted(wallGreeting("S8-0002")));
         const auto look = eye.look();
         QVERIFY(look.isInterrupted);
         QVERIFY(look.kind == Kind::Versions);

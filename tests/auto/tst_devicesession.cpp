@@ -1,6 +1,7 @@
 #include "device/devicesession.h"
 
 #include "support/scriptedlink.h"
+#include "support/wallgreeting.h"
 
 #include <velmarbizmodel/device.h>
 #include <velmarbizmodel/devicelist.h>
@@ -25,11 +26,7 @@ QCborMap card(int slotId, int modelId, int boardId)
 
 QCborMap greeting()
 {
-    return { { QStringLiteral("protocol"), 1 },
-             { QStringLiteral("modelId"), 0x7701 },
-             { QStringLiteral("serial"), QStringLiteral("S8-0001") },
-             { QStringLiteral("name"), QStringLiteral("left wall") },
-             { QStringLiteral("cards"), QCborArray { card(3, 0x7802, 2), card(1, 0x7801, 1) } } };
+    return wallGreeting(QStringLiteral("S8-0001"), { card(3, 0x7802, 2), card(1, 0x7801, 1) });
 }
 
 QCborMap changed(const QString &key, const QCborValue &value)

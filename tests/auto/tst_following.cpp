@@ -2,8 +2,8 @@
 
 #include "support/scriptedlink.h"
 #include "support/stucklink.h"
+#include "support/wallgreeting.h"
 
-#include <QCborArray>
 #include <QtTest>
 
 #include <optional>
@@ -18,12 +18,7 @@ const DeviceAddress Wall { QStringLiteral("wall"), 9720 };
 std::shared_ptr<ScriptedLink> deviceWithResult(int result)
 {
     auto link = std::make_shared<ScriptedLink>();
-    link->answer(QStringLiteral("hello"),
-                 ScriptedLink::accepted({ { QStringLiteral("protocol"), 1 },
-                                          { QStringLiteral("modelId"), 0x7701 },
-                                          { QStringLiteral("serial"), QStringLiteral("S8-0001") },
-                                          { QStringLiteral("name"), QStringLiteral("left wall") },
-                                          { QStringLiteral("cards"), QCborArray() } }));
+    link->answer(QStringLiteral("hello"), ScriptedLink::accepted(wallGreeting()));
     link->answer(QStringLiteral("upgrade.progress"),
                  ScriptedLink::accepted(
                      { { QStringLiteral("result"), result }, { QStringLiteral("rate"), 40 } }));

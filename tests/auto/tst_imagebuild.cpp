@@ -1,12 +1,10 @@
 #include "run/imagebuild.h"
 
-#include "support/fakedevice.h"
-#include "support/logrecorder.h"
+#include "support/mcuupgrade.h"
 
 #include <upgradeimage/imagereader.h>
 
 #include <QFile>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace Velmar;
@@ -22,56 +20,21 @@ class tst_ImageBuild : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<FakeDevice> m_device;
-    std::unique_ptr<QTemporaryDir> m_package;
-    std::unique_ptr<LogRecorder> m_log; // the library's causes, which other tests check
-
-    UpgradeOrder order() const
-    {
-        Firmware::UpgradeCfg unit;
-        unit.modelId = 0x7701;
-        unit.files.append({ QStringLiteral("MCU"), m_package->filePath(QStringLiteral("mcu.bin")),
-                            QStringLiteral("/firmware/mcu.bin"), 0 });
-        ProtoModel::Auxiliary::s_CardInfoParts part;
-        part.type = 1;
-        part.modelId = 0x7701;
-        part.section = { { 0x101 } };
-        return { m_device->handle(), { part }, { unit }, {}, m_package->path() };
-    }
-
-    QStringList operations() const
-    {
-        QStringList names;
-        const auto requests = m_device->link().requests();
-        for (const BizModel::LinkRequest &request : requests)
-            names.append(request.operation);
-        return names;
-    }
+    std::unique_ptr<McuUpgrade> m_upgrade;
 
 private Q_SLOTS:
     void init()
     {
-        m_log = std::make_unique<LogRecorder>();
-        m_device = std::make_unique<FakeDevice>(quint16(0x7701));
-        m_device->link().answer(QStringLiteral("version.read"), ScriptedLink::accepted());
-        m_package = std::make_unique<QTemporaryDir>();
-        QFile file(m_package->filePath(QStringLiteral("mcu.bin")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write("firmware"), qint64(8));
+        m_upgrade = std::make_unique<McuUpgrade>();
+        QVERIFY(m_upgrade->isReady());
     }
-
-    void cleanup()
-    {
-        m_package.reset();
-        m_device.reset();
-        m_log.reset();
-    }
+    void cleanup() { m_upgrade.reset(); }
 
     void imageOfWhatWasChosen()
     {
         QString path;
         {
-            ImageBuild build(order());
+            ImageBuild build(m_upgrade->order());
             QString errorText;
             QVERIFY2(build.run(Ample, errorText), qPrintable(errorText));
             path = build.imagePath();
@@ -87,17 +50,17 @@ private Q_SLOTS:
     // Not even the restart, with which the library ends a run, reaches it.
     void deviceIsAskedForItsVersionAlone()
     {
-        ImageBuild build(order());
+        ImageBuild build(m_upgrade->order());
         QString errorText;
         QVERIFY2(build.run(Ample, errorText), qPrintable(errorText));
-        QCOMPARE(operations(), QStringList("version.read"));
-        QVERIFY(m_device->link().isOpen());
+        QCOMPARE(m_upgrade->link().operations(), QStringList("version.read"));
+        QVERIFY(m_upgrade->link().isOpen());
     }
 
     void nothingToBuildFrom()
     {
-        QVERIFY(QFile::remove(m_package->filePath(QStringLiteral("mcu.bin"))));
-        ImageBuild build(order());
+        QVERIFY(QFile::remove(m_upgrade->filePath()));
+        ImageBuild build(m_upgrade->order());
         QString errorText;
         QVERIFY(!build.run(Ample, errorText));
         QCOMPARE(errorText, QStringLiteral("Failed to recombine upgrade file"));

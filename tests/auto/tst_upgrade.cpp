@@ -2,6 +2,7 @@
 
 #include "support/packagebuilder.h"
 #include "support/scriptedlink.h"
+#include "support/wallgreeting.h"
 
 #include <QCborArray>
 #include <QTemporaryDir>
@@ -42,12 +43,7 @@ public:
 std::shared_ptr<ScriptedLink> makeDevice(int result)
 {
     auto link = std::make_shared<ScriptedLink>();
-    link->answer(QStringLiteral("hello"),
-                 ScriptedLink::accepted({ { QStringLiteral("protocol"), 1 },
-                                          { QStringLiteral("modelId"), 0x7701 },
-                                          { QStringLiteral("serial"), QStringLiteral("S8-0001") },
-                                          { QStringLiteral("name"), QStringLiteral("left wall") },
-                                          { QStringLiteral("cards"), QCborArray() } }));
+    link->answer(QStringLiteral("hello"), ScriptedLink::accepted(wallGreeting()));
     link->answer(QStringLiteral("version.read"),
                  ScriptedLink::accepted({ { QStringLiteral("version"), QStringLiteral("1.0.0.0") },
                                           { QStringLiteral("parts"), QCborArray() } }));

@@ -1,13 +1,11 @@
 #include "run/upgraderun.h"
 
-#include "support/fakedevice.h"
-#include "support/logrecorder.h"
+#include "support/mcuupgrade.h"
 
 #include <velmarbizmodel/devicelist.h>
 
 #include <QCborArray>
 #include <QSemaphore>
-#include <QTemporaryDir>
 #include <QtTest>
 
 using namespace Velmar;
@@ -32,7 +30,6 @@ QCborMap progress(int result, int rate)
 void makeWilling(ScriptedLink &link)
 {
     const auto accepted = ScriptedLink::accepted();
-    link.answer(QStringLiteral("version.read"), accepted);
     link.answer(QStringLiteral("file.announce"), accepted);
     link.answer(QStringLiteral("file.open"), accepted);
     link.handle(QStringLiteral("file.data"), [](const BizModel::LinkRequest &request) {
@@ -81,45 +78,20 @@ class tst_UpgradeRun : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<FakeDevice> m_device;
-    std::unique_ptr<QTemporaryDir> m_package;
-    std::unique_ptr<LogRecorder> m_log; // the library's causes, which other tests check
-
-    UpgradeOrder order() const
-    {
-        Firmware::UpgradeCfg unit;
-        unit.modelId = 0x7701;
-        unit.files.append({ QStringLiteral("MCU"), m_package->filePath(QStringLiteral("mcu.bin")),
-                            QStringLiteral("/firmware/mcu.bin"), 0 });
-        ProtoModel::Auxiliary::s_CardInfoParts part;
-        part.type = 1;
-        part.modelId = 0x7701;
-        part.section = { { 0x101 } };
-        return { m_device->handle(), { part }, { unit }, {}, m_package->path() };
-    }
+    std::unique_ptr<McuUpgrade> m_upgrade;
 
 private Q_SLOTS:
     void init()
     {
-        m_log = std::make_unique<LogRecorder>();
-        m_device = std::make_unique<FakeDevice>(quint16(0x7701));
-        makeWilling(m_device->link());
-        m_package = std::make_unique<QTemporaryDir>();
-        QFile file(m_package->filePath(QStringLiteral("mcu.bin")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write("firmware"), qint64(8));
+        m_upgrade = std::make_unique<McuUpgrade>();
+        QVERIFY(m_upgrade->isReady());
+        makeWilling(m_upgrade->link());
     }
-
-    void cleanup()
-    {
-        m_package.reset();
-        m_device.reset();
-        m_log.reset();
-    }
+    void cleanup() { m_upgrade.reset(); }
 
     void wholeUpgrade()
     {
-        UpgradeRun run(order());
+        UpgradeRun run(m_upgrade->order());
         const Listener listener(run);
         QCOMPARE(run.stage(), UpgradeRun::Stage::Idle);
         run.start(UpgradeProcessType::FullUpgrade, Ample);
@@ -142,14 +114,14 @@ private Q_SLOTS:
 
     void watchOnly()
     {
-        UpgradeRun run({ m_device->handle(), {}, {}, {}, {} });
+        UpgradeRun run({ m_upgrade->handle(), {}, {}, {}, {} });
         const Listener listener(run);
         run.start(UpgradeProcessType::ReadProgressOnly, Ample);
         QTRY_COMPARE(listener.outcomes, QStringList("Succeeded"));
         QCOMPARE(listener.heard,
                  QStringList({ "Preparing", "Installing", "result 2, rate 100", "Ended",
                                "Upgrade successful,device is restarting." }));
-        QCOMPARE(m_device->link().operations(),
+        QCOMPARE(m_upgrade->link().operations(),
                  QStringList({ "upgrade.progress", "device.shutdown" }));
     }
 
@@ -171,8 +143,8 @@ private Q_SLOTS:
     void failure()
     {
         QFETCH(QString, operation);
-        m_device->link().answer(operation, ScriptedLink::refused(1, QStringLiteral("no")));
-        UpgradeRun run(order());
+        m_upgrade->link().answer(operation, ScriptedLink::refused(1, QStringLiteral("no")));
+        UpgradeRun run(m_upgrade->order());
         const Listener listener(run);
         run.start(UpgradeProcessType::FullUpgrade, Ample);
         QTRY_COMPARE(listener.outcomes, QStringList("Failed"));
@@ -182,9 +154,9 @@ private Q_SLOTS:
 
     void successWithoutRestart()
     {
-        m_device->link().answer(QStringLiteral("device.shutdown"),
-                                ScriptedLink::refused(1, QStringLiteral("no")));
-        UpgradeRun run(order());
+        m_upgrade->link().answer(QStringLiteral("device.shutdown"),
+                                 ScriptedLink::refused(1, QStringLiteral("no")));
+        UpgradeRun run(m_upgrade->order());
         const Listener listener(run);
         run.start(UpgradeProcessType::FullUpgrade, Ample);
         QTRY_COMPARE(listener.outcomes, QStringList("Succeeded"));
@@ -194,7 +166,7 @@ private Q_SLOTS:
 
     void emptyStatusTextsAreLeftOut()
     {
-        UpgradeRun run(order());
+        UpgradeRun run(m_upgrade->order());
         const Listener listener(run);
         run.start(UpgradeProcessType::FullUpgrade, Ample);
         QTRY_COMPARE(listener.outcomes.size(), 1);
@@ -204,12 +176,12 @@ private Q_SLOTS:
     void timeLimit()
     {
         QSemaphore release;
-        m_device->link().handle(QStringLiteral("upgrade.progress"),
-                                [&](const BizModel::LinkRequest &) {
-                                    release.acquire();
-                                    return ScriptedLink::accepted(progress(2, 100));
-                                });
-        UpgradeRun run({ m_device->handle(), {}, {}, {}, {} });
+        m_upgrade->link().handle(QStringLiteral("upgrade.progress"),
+                                 [&](const BizModel::LinkRequest &) {
+                                     release.acquire();
+                                     return ScriptedLink::accepted(progress(2, 100));
+                                 });
+        UpgradeRun run({ m_upgrade->handle(), {}, {}, {}, {} });
         const Listener listener(run);
         run.start(UpgradeProcessType::ReadProgressOnly, std::chrono::milliseconds(50));
         QTRY_COMPARE(listener.outcomes, QStringList("TimedOut"));
@@ -219,14 +191,14 @@ private Q_SLOTS:
         QCOMPARE(run.stage(), UpgradeRun::Stage::Ended);
 
         release.release();
-        QTRY_VERIFY(!m_device->link().isOpen()); // the worker's last step but its signal
+        QTRY_VERIFY(!m_upgrade->link().isOpen()); // the worker's last step but its signal
         QCoreApplication::processEvents();
         QCOMPARE(listener.outcomes.size(), 1);
     }
 
     void textsOutsideOfARunAreNotPassedOn()
     {
-        UpgradeRun run(order());
+        UpgradeRun run(m_upgrade->order());
         const Listener listener(run);
         Q_EMIT BizModel::DeviceList::instance()->signalShowStatusBarMsg(
             BizModel::Enum::StatusBarMsgType::Information, QStringLiteral("before"), 1000);
@@ -243,9 +215,9 @@ private Q_SLOTS:
     {
         // The library looks again after 2 s only; until then there is nothing new to report.
         const QString told = "result 1, rate 40";
-        m_device->link().answer(QStringLiteral("upgrade.progress"),
-                                ScriptedLink::accepted(progress(1, 40)));
-        UpgradeRun run({ m_device->handle(), {}, {}, {}, {} });
+        m_upgrade->link().answer(QStringLiteral("upgrade.progress"),
+                                 ScriptedLink::accepted(progress(1, 40)));
+        UpgradeRun run({ m_upgrade->handle(), {}, {}, {}, {} });
         run.setProgressInterval(std::chrono::milliseconds(1));
         const Listener listener(run);
         run.start(UpgradeProcessType::ReadProgressOnly, Ample);

@@ -1,6 +1,6 @@
 #include "prooftest.h"
 
-#include <QtTest>
+#include "scenariorows.h"
 
 #include <utility>
 
@@ -16,10 +16,7 @@ void ProofTest::initTestCase()
 
 void ProofTest::row_data()
 {
-    QTest::addColumn<int>("index");
-    const auto &rows = m_proof.rows();
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        QTest::newRow(rows.at(i).name) << int(i);
+    addScenarioRows(m_proof.rows());
 }
 
 void ProofTest::row()

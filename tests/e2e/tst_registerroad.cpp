@@ -1,5 +1,6 @@
 #include "deviceprogram.h"
 #include "programs.h"
+#include "scenariorows.h"
 
 #include <QtTest>
 
@@ -170,12 +171,7 @@ private Q_SLOTS:
         }
     }
 
-    void scenario_data()
-    {
-        QTest::addColumn<int>("index");
-        for (std::size_t i = 0; i < Scenarios.size(); ++i)
-            QTest::newRow(Scenarios.at(i).name) << int(i);
-    }
+    void scenario_data() { addScenarioRows(Scenarios); }
     void scenario()
     {
         QFETCH(int, index);

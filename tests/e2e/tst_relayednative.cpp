@@ -1,4 +1,5 @@
 #include "programs.h"
+#include "scenariorows.h"
 #include "trial.h"
 
 #include <QtTest>
@@ -70,12 +71,7 @@ private Q_SLOTS:
         }
     }
 
-    void scenario_data()
-    {
-        QTest::addColumn<int>("index");
-        for (std::size_t i = 0; i < Scenarios.size(); ++i)
-            QTest::newRow(Scenarios.at(i).name) << int(i);
-    }
+    void scenario_data() { addScenarioRows(Scenarios); }
     void scenario()
     {
         QFETCH(int, index);
