@@ -177,7 +177,7 @@ void Conductor::takePlan(const Plan &plan)
 void Conductor::ask(const Plan &plan)
 {
     m_refresh.stop(); // nothing may be drawn over the question
-    m_display.close();
+    m_display.finishPhase();
     print(planSummary(plan).join(QLatin1Char('\n')) + QLatin1Char('\n'));
     print(QStringLiteral("Upgrade and restart the device? [y/N] "));
     m_answer = std::make_unique<QSocketNotifier>(STDIN_FILENO, QSocketNotifier::Read);
@@ -199,6 +199,8 @@ void Conductor::slotAnswer()
 void Conductor::slotInterrupt(int signalNumber)
 {
     const bool isFirst = !std::exchange(m_isInterrupted, true);
+    if (m_answer && m_answer->isEnabled())
+        print(QStringLiteral("\n")); // what follows is not to stand behind the question
     if (isFirst && signalNumber == SIGINT)
         m_upgrade.interrupt();
     else

@@ -516,6 +516,47 @@ private Q_SLOTS:
         QCOMPARE(taken(), QStringLiteral("[3/8] Planning  0:00\x1b[K\x1b[J"));
     }
 
+    void questionBehindADonePhase()
+    {
+        auto shown = display(terminal());
+        shown.take(phase(Phase::Planning, 3, seconds(120)));
+        m_time += seconds(2);
+        taken();
+        shown.finishPhase();
+        QCOMPARE(taken(), QStringLiteral("\r[3/8] Planning: done, 0:02\x1b[K\x1b[J\n"));
+        shown.refresh();
+        shown.finishPhase();
+        QCOMPARE(taken(), QString());
+        shown.take(end(VerdictCode::Interrupted, "The device stays as it was"));
+        QCOMPARE(taken(), QString());
+    }
+
+    void noVersionsWhereNothingWasBegun_data()
+    {
+        QTest::addColumn<int>("code");
+        QTest::addColumn<qint64>("bytesSent");
+        QTest::addColumn<QString>("after");
+        QTest::addColumn<bool>("isListed");
+
+        QTest::newRow("nothing sent") << int(VerdictCode::SendFailed) << qint64(0) << "" << false;
+        QTest::newRow("something sent") << int(VerdictCode::SendFailed) << qint64(1) << "" << true;
+        QTest::newRow("nothing sent, but asked")
+            << int(VerdictCode::NotInstalled) << qint64(0) << "1.0" << true;
+        QTest::newRow("watched only") << int(VerdictCode::DeviceLost) << qint64(0) << "" << true;
+    }
+    void noVersionsWhereNothingWasBegun()
+    {
+        QFETCH(int, code);
+        QFETCH(qint64, bytesSent);
+        QFETCH(QString, after);
+        auto shown = display(log());
+        auto event = end(VerdictCode(code), "It ended.");
+        event.summary->bytesSent = bytesSent;
+        event.summary->versions = { { "Slot 3", "FPGA", "1.0", "1.2", after } };
+        shown.take(event);
+        QTEST(takenError().contains("\n  versions:\n"), "isListed");
+    }
+
     void lineIsEndedWithTheDisplay()
     {
         {

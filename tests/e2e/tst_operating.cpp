@@ -353,6 +353,48 @@ private Q_SLOTS:
             QVERIFY(QFile::setPermissions(folders.next(), enterable | QFile::WriteOwner));
     }
 
+    void question_data()
+    {
+        QTest::addColumn<QByteArray>("answer");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("end");
+
+        QTest::newRow("yes") << QByteArray("y\n") << 0 << "The device has the new firmware";
+        QTest::newRow("no") << QByteArray("n\n") << 130 << "The device stays as it was";
+        QTest::newRow("nothing") << QByteArray("\n") << 130 << "The device stays as it was";
+        QTest::newRow("Ctrl-C") << QByteArray("\x03") << 130 << "The device stays as it was";
+    }
+    void question()
+    {
+        QFETCH(QByteArray, answer);
+        QFETCH(QString, end);
+        DeviceProgram device;
+        QVERIFY(device.waitForReady());
+        const ExamplePackage package;
+        auto environment = hostEnvironment();
+        environment.insert("TERM", "xterm");
+        environment.insert("NO_COLOR", "1");
+        QProcess terminal; // of which script is one end, and the program has the other
+        terminal.setProcessEnvironment(environment);
+        terminal.start(
+            "script",
+            { "--quiet", "--return", "--command",
+              QStringLiteral("stty cols 100; exec '%1' run '%2' --section EDID --device %3")
+                  .arg(QStringLiteral(VELMAR_UPGRADE), package.path(), device.address()),
+              "/dev/null" });
+        QByteArray shown;
+        while (!shown.contains("[y/N] ") && terminal.waitForReadyRead(50000))
+            shown += terminal.readAll();
+        QVERIFY2(shown.contains("[3/8] Planning: done, "), shown.constData());
+        QVERIFY2(shown.endsWith("Upgrade and restart the device? [y/N] "), shown.constData());
+        terminal.write(answer);
+        const auto run = finishProgram(terminal);
+        QVERIFY2(run.out.contains("\n" + end + "\r\n")
+                     || run.out.contains("\nvelmar-upgrade: " + end + "\r\n"),
+                 qPrintable(run.out));
+        QTEST(run.exitCode, "exitCode");
+    }
+
     void interruptWhileCopying()
     {
         DeviceProgram device;

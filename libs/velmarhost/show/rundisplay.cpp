@@ -149,7 +149,7 @@ void RunDisplay::takePhase(const RunEvent &event)
     if (m_isInPhase && event.phase == m_now.phase) {
         m_now.silence = event.silence;
     } else {
-        finish();
+        finishPhase();
         begin(event);
     }
     if (!event.text.isEmpty())
@@ -160,7 +160,7 @@ void RunDisplay::takePhase(const RunEvent &event)
 void RunDisplay::takeProgress(const RunEvent &event)
 {
     if (!m_isInPhase || event.phase != m_now.phase) {
-        finish();
+        finishPhase();
         begin(event);
     }
     const auto now = m_options.clock();
@@ -185,7 +185,7 @@ void RunDisplay::takeVerdict(const RunSummary &summary)
     const auto kind = verdictKind(summary.verdict.code);
     const bool isConfirmed = kind == VerdictKind::Confirmed;
     if (isConfirmed)
-        finish();
+        finishPhase();
     else
         leave();
 
@@ -221,7 +221,7 @@ void RunDisplay::begin(const RunEvent &event)
 }
 
 // What stays of a phase on a terminal: how long it took, and all of its parts.
-void RunDisplay::finish()
+void RunDisplay::finishPhase()
 {
     if (!m_isInPhase)
         return;

@@ -58,6 +58,9 @@ public:
     /*! Shows \a text as a line of its own above the block, unless the display is quiet. */
     void message(const QString &text);
 
+    /*! Shows the present phase as done, though nothing has followed yet. */
+    void finishPhase();
+
     /*! Ends the block where it stands, so that others may write below it; it begins anew with the
         next event or refresh(). */
     void close();
@@ -69,7 +72,6 @@ private:
     void takeProgress(const RunEvent &event);
     void takeVerdict(const RunSummary &summary);
     void begin(const RunEvent &event);
-    void finish();
     void leave();
     void print(const Writer &writer, const QString &line);
 

@@ -49,6 +49,17 @@ QStringList versionLines(const std::vector<SectionVersion> &versions)
     return lines;
 }
 
+/*! False if nothing was done to the device, so that there is nothing to say about its versions. */
+bool hasBegun(const RunSummary &summary)
+{
+    const bool isTold =
+        std::any_of(summary.versions.begin(), summary.versions.end(),
+                    [](const SectionVersion &section) { return !section.after.isEmpty(); });
+    return !summary.versions.empty()
+        && (isTold || summary.bytesSent > 0
+            || verdictKind(summary.verdict.code) == VerdictKind::Unconfirmed);
+}
+
 } // namespace
 
 QStringList verdictLines(const RunSummary &summary)
@@ -63,7 +74,7 @@ QStringList verdictLines(const RunSummary &summary)
         lines.append(QStringLiteral("  cause: %1").arg(printable(cause.trimmed())));
     if (!end.advice.isEmpty())
         lines.append(QStringLiteral("  advice: %1").arg(printable(end.advice)));
-    if (!summary.versions.empty()) {
+    if (hasBegun(summary)) {
         lines.append(QStringLiteral("  versions:"));
         lines.append(versionLines(summary.versions));
     }
