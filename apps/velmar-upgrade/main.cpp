@@ -7,6 +7,7 @@
 #include <QTextCodec>
 
 #include <algorithm>
+#include <clocale>
 #include <csignal>
 #include <iterator>
 
@@ -41,6 +42,7 @@ int main(int argc, char **argv)
         return static_cast<int>(code);
     const QCoreApplication application(argc, argv);
     QTextCodec::setCodecForLocale(QTextCodec::codecForName("UTF-8"));
+    std::setlocale(LC_CTYPE, "C.UTF-8"); // for the width of what is written
     // A file that gets too large for a limit of the system is an error that is told, as a full disk.
     std::signal(SIGXFSZ, SIG_IGN);
     // Not for people, and so in no help: each upgrade runs in a process that the program starts

@@ -299,6 +299,46 @@ private Q_SLOTS:
         QCOMPARE(bad.exitCode, 2);
     }
 
+    void textsInALocaleWithoutThem()
+    {
+        const QString name = QStringLiteral("W\u00e4nd \u4e2d \U0001f5bc");
+        DeviceProgram device({ "--name", name });
+        QVERIFY(device.waitForReady());
+        const ExamplePackage package;
+        const QDir folder(m_folder.filePath(QStringLiteral("w\u00e4nde")));
+        QVERIFY(QDir().mkpath(folder.filePath("velmar")));
+        QVERIFY(QFile::rename(package.path(), folder.filePath(name)));
+        const auto log = folder.filePath("l\u00f6g");
+        QVERIFY(writeFile(folder.filePath("velmar/upgrade.conf"),
+                          "device = " + device.address().toUtf8() + '\n'));
+        auto environment = hostEnvironment();
+        environment.insert("LC_ALL", "C");
+        for (const char *variable : { "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_STATE_HOME" })
+            environment.insert(variable, folder.path());
+        environment.insert("VELMAR_LOG_FILE", log);
+
+        const auto text = UpgradeProgram::run({ "status" }, environment);
+        QVERIFY2(text.out.startsWith("Strata S8 (0x7701) \"" + name + "\", "),
+                 qPrintable(text.out + text.err));
+        const auto run = UpgradeProgram::told(
+            { "plan", folder.filePath(name), "--section", "EDID" }, environment);
+        QCOMPARE(run.end(), QStringLiteral("0 nothing-to-do"));
+        const auto plan = run.answer("plan");
+        QCOMPARE(plan.value("device").toObject().value("name").toString(), name);
+        QCOMPARE(plan.value("package").toObject().value("path").toString(), folder.filePath(name));
+        QFile lines(log);
+        QVERIFY(lines.open(QIODevice::ReadOnly));
+        QVERIFY(lines.readAll().endsWith("Z verdict nothing-to-do: The plan is made\n"));
+        const auto refused =
+            UpgradeProgram::told({ "inspect", folder.filePath(name + "\u00df") }, environment);
+        QCOMPARE(refused.end(), QStringLiteral("3 no-package"));
+        QCOMPARE(refused.err,
+                 QStringLiteral("velmar-upgrade: There is no package at \"%1\u00df\".\n")
+                     .arg(folder.filePath(name)));
+        const auto unknown = UpgradeProgram::run({ "W\u00e4nd" }, environment);
+        QVERIFY2(unknown.err.contains("\"W\u00e4nd\""), qPrintable(unknown.err));
+    }
+
     void readOnlyPackage()
     {
         DeviceProgram device;

@@ -12,7 +12,7 @@ constexpr uint Escape = 0x1b;
 
 int columnsOf(uint codePoint)
 {
-    // What the locale does not know is written as one question mark.
+    // Of what the locale does not know.
     const int columns = wcwidth(wchar_t(codePoint));
     return columns < 0 ? 1 : columns;
 }
