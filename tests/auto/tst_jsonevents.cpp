@@ -205,6 +205,22 @@ private Q_SLOTS:
         QCOMPARE(words.join(QLatin1Char(' ')), known.join(QLatin1Char(' ')));
     }
 
+    void everyKindIsOnThePage()
+    {
+        QFile file(QStringLiteral(VELMAR_TEST_DATA "/../../docs/host/events.md"));
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QStringList told;
+        for (const auto &line : QString::fromUtf8(file.readAll()).split('\n')) {
+            const auto words = line.section('|', 1, 1).split('`');
+            for (int i = 1; i < words.size(); i += 2)
+                told.append(words.at(i));
+        }
+        for (int kind = int(RunEvent::Kind::Phase); kind <= int(RunEvent::Kind::Verdict); ++kind) {
+            const auto word = runEventWord(RunEvent::Kind(kind));
+            QVERIFY2(!word.isEmpty() && told.contains(word), qPrintable(word));
+        }
+    }
+
     void nothingBehindTheVerdict()
     {
         auto json = events();

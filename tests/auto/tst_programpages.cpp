@@ -8,9 +8,12 @@
 #include <velmarcommandline/helptext.h>
 #include <velmarcommandline/manpage.h>
 
+#include <QFile>
 #include <QRegularExpression>
 #include <QSet>
 #include <QtTest>
+
+#include <algorithm>
 
 using namespace Velmar;
 using namespace Velmar::Cli;
@@ -165,6 +168,29 @@ private Q_SLOTS:
             for (const auto &item : section.items())
                 QVERIFY2(text.contains("\n.TP\n" + item.term + '\n'), qPrintable(item.term));
         }
+    }
+
+    void settingsOfThePage()
+    {
+        QFile page(QStringLiteral(VELMAR_DOCS "/host/command-line.md"));
+        QVERIFY(page.open(QIODevice::ReadOnly));
+        const auto table =
+            QString::fromUtf8(page.readAll()).section("| Setting |", 1).section("\n\n", 0, 0);
+        QStringList told = table.split('\n').mid(2);
+        QStringList known;
+        for (const Option *setting : settingsOf(UpgradeProgram)) {
+            const bool isOption =
+                std::none_of(UpgradeProgram.settings.begin(), UpgradeProgram.settings.end(),
+                             [setting](const Option &other) {
+                                 return qstrcmp(other.name(), setting->name()) == 0;
+                             });
+            known.append(QString("| `%1` | `%2` | %3|")
+                             .arg(setting->name(), setting->variable(),
+                                  isOption ? QString("`%1` ").arg(nameOf(*setting)) : QString()));
+        }
+        told.sort();
+        known.sort();
+        QCOMPARE(told, known);
     }
 
     void bash_data() { addPrograms(); }
