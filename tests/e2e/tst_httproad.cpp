@@ -67,7 +67,7 @@ const std::vector<Scenario> Scenarios {
     { "stalled answers",
       with(with(Newer, "http-stall"), "never-ends=20"),
       {},
-      { "--stall-timeout", "2" },
+      { "--stall-timeout", "10" },
       "5 no-progress",
       false,
       1 },
@@ -105,7 +105,7 @@ const std::vector<Scenario> Scenarios {
       true,
       2 },
     { "slow answers", with(Newer, "http-slow=2500"), {}, {}, Confirmed, true, 2 },
-    { "no end", with(Newer, "never-ends=20"), {}, { "--timeout", "3" }, "5 time-limit", false, 1 },
+    { "no end", with(Newer, "never-ends=20"), {}, { "--timeout", "20" }, "5 time-limit", false, 1 },
     { "connection reset at a byte",
       Newer,
       { "--fault", "reset", "--at", "1000000" },
@@ -116,7 +116,7 @@ const std::vector<Scenario> Scenarios {
     { "upload stalls",
       Newer,
       { "--fault", "stall", "--at", "1000000" },
-      { "--stall-timeout", "2" },
+      { "--stall-timeout", "10" },
       CutOff,
       false,
       1 },
@@ -206,7 +206,7 @@ private Q_SLOTS:
                                     file.fileName(),
                                     "--json",
                                     "--return-timeout",
-                                    "5" };
+                                    "20" };
             if (!Scenarios.at(i).relayArguments.isEmpty()) {
                 QVERIFY2(cast.relay.waitForReadyRead(), Scenarios.at(i).name);
                 arguments << "--http-host" << Cast::relayAddress(int(i) + 1);

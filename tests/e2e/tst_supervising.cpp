@@ -101,8 +101,7 @@ private:
 
 QStringList runArguments(const ExamplePackage &package, const DeviceProgram &device)
 {
-    return { "run",   package.path(), "--device",         device.address(),
-             "--yes", "--json",       "--return-timeout", "2" };
+    return { "run", package.path(), "--device", device.address(), "--yes", "--json" };
 }
 
 } // namespace
@@ -115,7 +114,7 @@ class tst_Supervising : public QObject
 private Q_SLOTS:
     void interruptWhileInstalling()
     {
-        DeviceProgram device({ "--install-ms", "6000" });
+        DeviceProgram device({ "--install-ms", "15000" });
         QVERIFY(device.waitForReady());
         const ExamplePackage package;
         UpgradeProgram upgrade(runArguments(package, device));
@@ -130,8 +129,7 @@ private Q_SLOTS:
                                 "velmar-upgrade watch --device %1")
                      .arg(device.address()));
 
-        const auto watched = UpgradeProgram::told(
-            { "watch", "--device", device.address(), "--return-timeout", "3" });
+        const auto watched = UpgradeProgram::told({ "watch", "--device", device.address() });
         QCOMPARE(watched.phases().constFirst(), QStringLiteral("plan"));
         // The record of the run that was left has the plan.
         QCOMPARE(watched.end(), QStringLiteral("0 confirmed"));
@@ -262,7 +260,8 @@ private Q_SLOTS:
         DeviceProgram device(QStringList { "--fault", "refuse-restart" } + faults);
         QVERIFY(device.waitForReady());
         const ExamplePackage package;
-        UpgradeProgram(runArguments(package, device)).finish();
+        UpgradeProgram(runArguments(package, device) + QStringList { "--return-timeout", "2" })
+            .finish();
         const auto restarts = device.operations().count("device.shutdown");
 
         const QStringList watch { "watch", "--device", device.address(), "--return-timeout", "2" };

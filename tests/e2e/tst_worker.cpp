@@ -389,21 +389,24 @@ private Q_SLOTS:
     void limits_data()
     {
         QTest::addColumn<bool>("isHttp");
+        QTest::addColumn<int>("limitMs"); // of the whole, or of silence over HTTP
         QTest::addColumn<QStringList>("device");
         QTest::addColumn<QString>("end");
         const auto tooLong = QStringLiteral("The upgrade took longer than it may take");
         QTest::newRow("sending for too long")
-            << false << QStringList { "--fault", "slow-link=200000" } << "out-of-time: " + tooLong;
+            << false << 1500 << QStringList { "--fault", "slow-link=200000" }
+            << "out-of-time: " + tooLong;
         QTest::newRow("installing for too long")
-            << false << QStringList { "--install-ms", "20000" } << "time-limit: " + tooLong;
+            << false << 8000 << QStringList { "--fault", "never-ends" } << "time-limit: " + tooLong;
         // The first poll follows a second behind the upload.
         QTest::newRow("silence over HTTP")
-            << true << QStringList { "--listen", "127.94.1.5:0", "--generation", "newer" }
+            << true << 300 << QStringList { "--listen", "127.94.1.5:0", "--generation", "newer" }
             << "device-lost: Nothing was heard of the device's HTTP service for 0 s";
     }
     void limits()
     {
         QFETCH(bool, isHttp);
+        QFETCH(int, limitMs);
         QFETCH(QStringList, device);
         const ExamplePackage package;
         DeviceProgram program(device);
@@ -411,9 +414,9 @@ private Q_SLOTS:
         auto order = orderFor(program.address(), package.path());
         if (isHttp) {
             order.road = Road::Http;
-            order.silenceLimit = std::chrono::milliseconds(300);
+            order.silenceLimit = std::chrono::milliseconds(limitMs);
         } else {
-            order.timeLimit = std::chrono::milliseconds(1500);
+            order.timeLimit = std::chrono::milliseconds(limitMs);
         }
         const Worker run(order);
         QVERIFY(isWaitedFor([&] { return run.hasEnded(); }));
