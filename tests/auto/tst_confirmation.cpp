@@ -15,7 +15,6 @@
 using namespace Velmar;
 using namespace Velmar::Host;
 using BizModel::LinkAnswer;
-using BizModel::LinkRequest;
 using std::chrono::milliseconds;
 
 namespace {

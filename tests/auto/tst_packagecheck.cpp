@@ -568,6 +568,30 @@ private Q_SLOTS:
         QCOMPARE(told(), finding.isEmpty() ? QStringList() : QStringList(finding));
     }
 
+    // Each entry for a file is one place for each time that units name it.
+    void morePlacesThanAnImageHas_data()
+    {
+        QTest::addColumn<int>("entries");
+        QTest::addColumn<QString>("finding");
+
+        QTest::newRow("as many") << 257 << "";
+        QTest::newRow("one time more")
+            << 258
+            << "too-many-places DataFilPathCfg.xml: The files of all units have 65790 places "
+               "together, and an image has room for 65535.";
+    }
+    void morePlacesThanAnImageHas()
+    {
+        QFETCH(int, entries);
+        QFETCH(QString, finding);
+        QVERIFY(makeUnit(QByteArray("<FileInfo FileName='a'/>").repeated(255)
+                         + "<FileInfo FileName='Golden.dat'/>"));
+        QVERIFY(m_package->file("unit/a") && m_package->file("unit/Golden.dat"));
+        QVERIFY(m_package->paths(QVector<QPair<QString, QString>>(entries, { "unit/a", "/a" })
+                                 << qMakePair(QString("unit/Golden.dat"), QString("/b"))));
+        QCOMPARE(told(), finding.isEmpty() ? QStringList() : QStringList(finding));
+    }
+
     void missingAndEmptyFilesAreNotes()
     {
         QVERIFY(m_package->index({ "unit" }));

@@ -6,6 +6,7 @@
 
 #include <tzcryptrc2/convertfile.h>
 
+#include <QHash>
 #include <QSet>
 
 #include <algorithm>
@@ -49,6 +50,7 @@ public:
             addFault(fault);
         for (const auto &entry : listing.paths())
             checkEntry(entry);
+        checkPlaces();
         if (m_options.triesDeciphering)
             tryDeciphering();
         return std::move(m_findings);
@@ -135,9 +137,8 @@ private:
             note("missing-file", place, QStringLiteral("There is no file %1.").arg(path));
             return;
         }
-        if (isGoldenFile(file.fileName) || m_named.contains(path))
+        if (isGoldenFile(file.fileName) || m_named[path]++ > 0)
             return;
-        m_named.insert(path);
         checkSize(*found);
         if (isEncipheredFile(path))
             m_enciphered.push_back(found);
@@ -163,11 +164,25 @@ private:
                 QStringLiteral("The name of the file, \"%1\", %2.").arg(entry.source, nameFault));
         else if (!m_manifest.find(entry.source))
             note("missing-file", place, QStringLiteral("There is no file %1.").arg(entry.source));
+        m_places += m_named.value(entry.source);
         if (!isTarget(entry.target))
             refuse("target", place,
                    QStringLiteral("The destination \"%1\" has not 1 to %2 printable ASCII "
                                   "characters.")
                        .arg(entry.target, QString::number(LongestTarget)));
+    }
+
+    // A few names and a few places more become any number of both together.
+    void checkPlaces()
+    {
+        constexpr qint64 Most = std::numeric_limits<quint16>::max();
+        if (m_places > Most)
+            refuse(
+                "too-many-places", QStringLiteral("DataFilPathCfg.xml"),
+                QStringLiteral("The files of all units have %1 places together, and an image has "
+                               "room for %2.")
+                    .arg(m_places)
+                    .arg(Most));
     }
 
     void tryDeciphering()
@@ -252,7 +267,8 @@ private:
     int m_refusals = 0;
     int m_notes = 0;
     QSet<QString> m_units; // folders of those that have been looked at
-    QSet<QString> m_named; // files that units name
+    QHash<QString, qint64> m_named; // how often units name a file
+    qint64 m_places = 0; // of all these files, for each of these times
     std::vector<const PackageFile *> m_enciphered; // those of them that are to be deciphered
 };
 
