@@ -1,5 +1,7 @@
 #include "imagereport.h"
 
+#include "show/printable.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -22,19 +24,6 @@ QString dotted(quint32 version)
         .arg(version >> 16 & 0xFF)
         .arg(version >> 8 & 0xFF)
         .arg(version & 0xFF);
-}
-
-// A path of a foreign image must not steer the terminal.
-QString printable(const QByteArray &path)
-{
-    QString text;
-    for (const QChar character : QString::fromUtf8(path)) {
-        if (character.isPrint() || character.isSurrogate())
-            text += character;
-        else
-            text += QStringLiteral("\\x%1").arg(character.unicode(), 2, 16, QLatin1Char('0'));
-    }
-    return text;
 }
 
 } // namespace
@@ -87,7 +76,7 @@ QByteArray toText(const ImageReport &report)
                     .arg(record.index, 6)
                     .arg(record.offset, 10)
                     .arg(record.length, 10)
-                    .arg(printable(record.targetPath));
+                    .arg(Host::printable(QString::fromUtf8(record.targetPath)));
     }
     text += QLatin1Char('\n');
     for (const QString &fault : report.faults)
@@ -136,7 +125,7 @@ QByteArray toJson(const ImageReport &report)
         }
         object.insert(QStringLiteral("records"), records);
     }
-    return QJsonDocument(object).toJson();
+    return Host::printableJson(QJsonDocument(object).toJson());
 }
 
 } // namespace Velmar::Package

@@ -1,5 +1,6 @@
 #include "commands.h"
 #include "interruption.h"
+#include "show/printable.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -8,10 +9,14 @@
 
 namespace {
 
-// Qt's own handler may send a message to the system's journal instead.
+constexpr int LongestMessage = 8192; // characters: no more than two of the longest paths
+
+// Qt's own handler may send a message to the system's journal instead. What a message quotes may be
+// from a manifest or an image of somebody else.
 void writeMessage(QtMsgType, const QMessageLogContext &, const QString &text)
 {
-    std::fprintf(stderr, "velmar-package: %s\n", qUtf8Printable(text));
+    std::fprintf(stderr, "velmar-package: %s\n",
+                 qUtf8Printable(Velmar::Host::printable(text, LongestMessage)));
 }
 
 } // namespace

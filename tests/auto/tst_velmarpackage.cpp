@@ -424,6 +424,32 @@ private Q_SLOTS:
         QVERIFY(!outcome.output.contains('\x1b'));
     }
 
+    // CSI as one character of 8 bits, and a mark that turns the order of what follows.
+    void pathThatSteersTheTerminalInJson()
+    {
+        write(tenBytes().replace(256, 5, "\xC2\x9B\xE2\x80\xAE"), "image");
+
+        const QByteArray output = run("image image --json").output;
+
+        QVERIFY(output.contains("\"path\": \"\\u009b\\u202e\""));
+        const QJsonObject report = QJsonDocument::fromJson(output).object();
+        QCOMPARE(report.value(QLatin1String("records"))[0][QLatin1String("path")].toString(),
+                 QStringLiteral("\u009b\u202e"));
+    }
+
+    void keyThatSteersTheTerminal()
+    {
+        const QByteArray key("\"k\\u001b[31m\\u202ey\"");
+        write("{ " + key + ": 1, " + key + ": 2 }", "manifest.json");
+
+        const Outcome outcome = run("create manifest.json package");
+
+        QCOMPARE(outcome.errors,
+                 QByteArray("velmar-package: manifest.json, line 1: the key "
+                            "\"k\\x1b[31m\\u{202e}y\" is there a second time\n"));
+        QCOMPARE(outcome.exitCode, 65);
+    }
+
     void missingImage()
     {
         const Outcome outcome = run("image none");
