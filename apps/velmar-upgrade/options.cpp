@@ -47,8 +47,8 @@ constexpr Option Card =
 constexpr const char *Roads[] = { "native", "http", "registers" };
 constexpr Option Road =
     Option("road",
-           "How the device gets its firmware. As one image over its native link, as a file to its "
-           "HTTP service, or the main control's MCU register by register.")
+           "How the device gets its firmware: as one image over its native link, as a file to its "
+           "HTTP service, or, for the main control's MCU alone, register by register.")
         .word("ROAD", Roads)
         .orElse("native");
 constexpr Option File = Option("file",
@@ -69,14 +69,14 @@ constexpr Option Catalogue =
         .file("FILE")
         .setting("VELMAR_CATALOGUE");
 constexpr Option Verbose =
-    Option("verbose", "Show the log of the library and the device layers.").letter('v');
+    Option("verbose", "Show the log of the library and the device layers, with --json as events.")
+        .letter('v');
 constexpr Option LogFile =
     Option("log-file",
-           "Append the log of the library and the device layers, and the verdict, to this file.")
+           "Append the log of the library and the device layers, warnings and the verdict to this "
+           "file.")
         .file("FILE")
         .setting("VELMAR_LOG_FILE");
-constexpr Option Quiet =
-    Option("quiet", "Show nothing but questions, warnings, errors and the verdict.").letter('q');
 
 constexpr Argument Package = { "PACKAGE", "The package folder.", ValueKind::Folder };
 
@@ -115,7 +115,7 @@ constexpr Option InspectOptions[] = {
     KeyFile,
     Catalogue,
     Json,
-    Option("quiet", "Show nothing but what the package holds, and errors.").letter('q'),
+    Option("quiet", "Show no warnings beside what the package holds.").letter('q'),
     Verbose,
     LogFile,
 };
@@ -157,13 +157,15 @@ constexpr Option RunOptions[] = {
     Compatibility,
     HttpHost,
     StallTimeout,
-    Option("yes", "Do not ask before the upgrade. Needed where the input is no terminal."),
+    Option(
+        "yes",
+        "Do not ask before the upgrade. Needed where the input is no terminal, and with --json."),
     Timeout,
     ReturnTimeout,
     KeyFile,
     Catalogue,
     Json,
-    Quiet,
+    Option("quiet", "Show nothing but the question, warnings and the verdict.").letter('q'),
     Verbose,
     LogFile,
 };
@@ -173,7 +175,7 @@ constexpr Option WatchOptions[] = {
     Device,        Option("restart", "Restart also a device whose installation has ended before."),
     StallTimeout,  Timeout,
     ReturnTimeout, Catalogue,
-    Json,          Quiet,
+    Json,          Option("quiet", "Show nothing but warnings and the verdict.").letter('q'),
     Verbose,       LogFile,
 };
 
@@ -186,7 +188,7 @@ constexpr Argument ReportArguments[] = {
 constexpr const char *ReportUsage[] = { "[RUN] [options]" };
 constexpr Option ReportOptions[] = {
     Option("output", "Write to this file; to standard output unless set.").letter('o').file("FILE"),
-    Option("quiet", "Show nothing but errors beside the report itself.").letter('q'),
+    Option("quiet", "Do not say where the file is.").letter('q'),
 };
 
 constexpr const char *WorkerUsage[] = { "" };
@@ -207,7 +209,7 @@ constexpr Verb Verbs[] = {
       VersionsOptions },
     { "inspect", "Show what a package holds, and what of it fits a device.",
       "Shows the units, sections and files of a package and, with --device or --model, what of it "
-      "fits.",
+      "fits. The package is copied and checked as for a run.",
       InspectUsage, InspectArguments, InspectOptions },
     { "plan", "Settle what a device would get of a package, without changing it.",
       "Checks a package, and shows what a device would get of it, in the order in which it is "
@@ -258,11 +260,10 @@ constexpr Option Common[] = {
 
 constexpr Option Settings[] = {
     Option("work-folder",
-           "Folder for the private copies of packages; by default packages in the program's cache "
-           "folder.")
+           "Folder for the private copies of packages, in place of that in the cache folder.")
         .folder("FOLDER")
         .setting("VELMAR_WORK_FOLDER"),
-    Option("worker-memory", "Mebibytes of memory that the process of an upgrade may take.")
+    Option("worker-memory", "Mebibytes of memory that the process of an upgrade may take at most.")
         .number("MIB", 64, 65536)
         .orElse("512")
         .setting("VELMAR_WORKER_MEMORY"),
@@ -270,10 +271,11 @@ constexpr Option Settings[] = {
 
 constexpr ExitStatus Statuses[] = {
     { 0, "Confirmed, there was nothing to do, or what was asked is answered." },
-    { 1, "The upgrade, or what else was asked, failed." },
+    { 1, "The upgrade failed, or what else was asked." },
     { 2, "The options or settings are wrong, or a file that one names cannot be used." },
-    { 3, "The package is refused, or nothing of it fits the device." },
-    { 4, "The device cannot be reached, does not answer as one, or is of an unknown model." },
+    { 3,
+      "There is no package, it is refused, nothing of it fits the device, or a plan is outdated." },
+    { 4, "No device can be reached, it does not answer as one, or it is of an unknown model." },
     { 5, "Ended unconfirmed: the device may have the firmware, or may still be at work." },
     { 75, "Another run has the device: try again later." },
     { 130, "Ended by the user or by a signal." },
@@ -283,16 +285,18 @@ constexpr Entry Environment[] = {
     { "NO_COLOR", "If it is set and not empty, nothing is coloured." },
     { "TERM", "With \"dumb\" nothing is redrawn in place." },
     { "XDG_CONFIG_HOME", "Folder of the configuration file, in place of ~/.config." },
-    { "XDG_CACHE_HOME", "Folder for private copies of packages, in place of ~/.cache." },
+    { "XDG_CACHE_HOME",
+      "Folder for private copies of packages and locks of devices, in place of ~/.cache." },
     { "XDG_STATE_HOME", "Folder for the records of runs, in place of ~/.local/state." },
     { "XDG_RUNTIME_DIR",
-      "Folder for the locks of devices where the cache folder cannot be written to." },
+      "Folder for the locks of devices if the cache folder cannot be written to." },
 };
 
 constexpr Entry Files[] = {
     { "~/.cache/velmar-upgrade/packages",
       "Private copies of packages, one folder for each run; removed at its end, or by the next run "
       "if it was killed." },
+    { "~/.cache/velmar-upgrade/locks", "Locks of the devices that this user's runs have taken." },
     { "~/.local/state/velmar-upgrade/runs",
       "What report needs of the last 20 runs: events, log and plan." },
 };
@@ -320,7 +324,10 @@ constexpr Option ProgramOptions[] = { helpOption(), versionOption() };
 constexpr Program UpgradeProgram = {
     "velmar-upgrade",
     "Upgrades the firmware of networked display-processing devices.",
-    "Upgrades the firmware of networked display-processing devices.",
+    "Upgrades the firmware of networked display-processing devices. What a run ends with is the "
+    "device's own word: after its restart its versions are compared with the plan, and the "
+    "verdict "
+    "is confirmed, unconfirmed or failed, with what to do next.",
     Usage,
     {},
     ProgramOptions,

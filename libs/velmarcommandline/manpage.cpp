@@ -20,7 +20,14 @@ QString escaped(const QString &text)
     return result;
 }
 
-/*! \a text in lines of at most 80 characters, none of which looks like a macro. */
+bool endsSentence(const QString &word)
+{
+    static const QRegularExpression end(QStringLiteral("[.!?](\"|\\)|\\\\fR)*$"));
+    return word.contains(end);
+}
+
+/*! \a text in lines of at most 80 characters, none of which looks like a macro. A sentence begins a
+    line, since only behind the end of one it gets the wider blank of its own. */
 QString folded(const QString &text)
 {
     constexpr int Width = 80;
@@ -37,8 +44,15 @@ QString folded(const QString &text)
         } else {
             line += QLatin1Char(' ') + word;
         }
+        if (endsSentence(word)) {
+            lines += line + QLatin1Char('\n');
+            line.clear();
+        }
     }
-    return lines + line;
+    lines += line;
+    if (lines.endsWith(QLatin1Char('\n')))
+        lines.chop(1);
+    return lines;
 }
 
 /*! Running text: names of options are bold. Hyphens within words stay hyphens. */
@@ -166,11 +180,12 @@ void addOptions(Page &page, const Program &program)
         page.item(usage(QLatin1String(argument.name)), QString::fromUtf8(argument.text));
     for (const Option &option : program.common)
         page.option(option);
-    for (const Option &option : program.options) {
-        const bool isKnown = !program.common.isEmpty() && qstrcmp(option.name(), "help") == 0;
-        if (!isKnown)
-            page.option(option);
+    if (!program.verbs.isEmpty()) {
+        page.line(QLatin1String(".PP"));
+        page.line(QStringLiteral("In place of a verb:"));
     }
+    for (const Option &option : program.options)
+        page.option(option);
 }
 
 void addEnvironment(Page &page, const Program &program)
@@ -205,13 +220,15 @@ void addFiles(Page &page, const Program &program)
         QStringList names;
         for (const Option *setting : settingsOf(program))
             names.append(QLatin1String(setting->name()));
-        page.item(QStringLiteral("\\fI%1\\fR")
-                      .arg(escaped(QLatin1String("~/.config/")
-                                   + QLatin1String(program.configurationFile))),
-                  QStringLiteral("The configuration file, with one setting a line, as in "
-                                 "\"timeout = 600\". Lines that begin with # are comments. Paths "
-                                 "are absolute. Anything else is an error. There are: %1.")
-                      .arg(names.join(QStringLiteral(", "))));
+        page.item(
+            QStringLiteral("\\fI%1\\fR")
+                .arg(escaped(QLatin1String("~/.config/")
+                             + QLatin1String(program.configurationFile))),
+            QStringLiteral("The configuration file, with one setting a line, as in "
+                           "\"timeout = 600\". Lines that begin with # are comments. Paths "
+                           "are absolute. Anything else is an error. The settings are those of "
+                           "the environment: %1.")
+                .arg(names.join(QStringLiteral(", "))));
     }
     for (const Entry &entry : program.files)
         page.item(QStringLiteral("\\fI%1\\fR").arg(escaped(QLatin1String(entry.term))),

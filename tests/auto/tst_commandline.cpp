@@ -321,7 +321,16 @@ private Q_SLOTS:
                                 ".SH NAME\njourney \\- goes and stays\n"
                                 ".SH SYNOPSIS\n\\fBjourney go\\fR \\fIPACKAGE\\fR "
                                 "[\\fINOTE\\fR]\n.br\n\\fBjourney stay\\fR [options]\n"));
-        QVERIFY(page.contains("\n.TP\n\\fB\\-\\-road\\fR \\fIROAD\\fR\nIt's a [road]: C:\\e. "));
+        QVERIFY(page.contains("\n.TP\n\\fB\\-\\-road\\fR \\fIROAD\\fR\nIt's a [road]: C:\\e.\n"
+                              "ROAD is sea or air.\nDefault: sea.\n.TP\n"));
+        QVERIFY(page.contains(".SH OPTIONS\n"
+                              "These options are taken by every verb; the others stand with their "
+                              "verbs.\n"
+                              ".TP\n\\fB\\-v\\fR, \\fB\\-\\-verbose\\fR\nSay more.\n"
+                              ".TP\n\\fB\\-h\\fR, \\fB\\-\\-help\\fR\nShow this help.\n"
+                              ".PP\nIn place of a verb:\n"
+                              ".TP\n\\fB\\-h\\fR, \\fB\\-\\-help\\fR\nShow this help.\n"
+                              ".TP\n\\fB\\-\\-version\\fR\nShow the version.\n"));
     }
 
     void marksOfTheShells()
