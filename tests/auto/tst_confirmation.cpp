@@ -8,10 +8,6 @@
 #include <QElapsedTimer>
 #include <QtTest>
 
-#include <atomic>
-#include <condition_variable>
-#include <mutex>
-
 using namespace Velmar;
 using namespace Velmar::Host;
 using BizModel::LinkAnswer;

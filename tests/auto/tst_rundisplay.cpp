@@ -285,6 +285,7 @@ private Q_SLOTS:
         display.take(phase(Phase::Installing, 6));
         taken();
         std::vector<PartProgress> parts;
+        parts.reserve(percents.size());
         for (int i = 0; i < percents.size(); ++i)
             parts.push_back({ QStringLiteral("Slot %1").arg(i + 1), percents.at(i), QString() });
         display.take(installing(42, parts));
