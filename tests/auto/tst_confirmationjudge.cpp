@@ -130,7 +130,14 @@ ConfirmationOrder withCard()
 
 ConfirmationOrder notTaken(ConfirmationOrder order)
 {
-    order.hasTakenRestart = false;
+    order.restart = RestartNews::NotTaken;
+    return order;
+}
+
+ConfirmationOrder lost(ConfirmationOrder order)
+{
+    order.road = Road::Http;
+    order.restart = RestartNews::Unknown;
     return order;
 }
 
@@ -252,6 +259,28 @@ private Q_SLOTS:
                         { 25000, away() },
                         { 28000, has("1.1.0.0", none) } }
             << "confirmed" << 30000;
+        QTest::newRow("lost, and never seen away")
+            << lost(native()) << Scenes { { 0, has("1.0.0.0", none) } } << "not-restarted" << 30000;
+        // It may have been lost by the same fault of the network.
+        QTest::newRow("lost, and away for a while")
+            << lost(native()) << Scenes { { 0, away() }, { 8000, has("1.0.0.0", none) } }
+            << "not-restarted" << 30000;
+        QTest::newRow("lost, and a connection ends")
+            << lost(native())
+            << Scenes { { 0, has("1.0.0.0") }, { 29000, interrupted(has("1.0.0.0")) } }
+            << "not-restarted" << 44000;
+        QTest::newRow("lost, and restarts with the new version")
+            << lost(native())
+            << Scenes { { 0, has("1.0.0.0", none) },
+                        { 25000, away() },
+                        { 40000, has("1.1.0.0", none) } }
+            << "confirmed" << 42000;
+        QTest::newRow("lost, and back with another version")
+            << lost(native()) << Scenes { { 0, away() }, { 8000, has("0.9.0.0", none) } }
+            << "versions-differ" << 30000;
+        QTest::newRow("lost, same version, away for a while")
+            << lost(sameVersion()) << Scenes { { 0, away() }, { 8000, has("1.1.0.0", none) } }
+            << "not-restarted" << 30000;
 
         QTest::newRow("same version, seen to restart") << sameVersion()
                                                        << Scenes { { 0, has("1.1.0.0", Installed) },
@@ -414,6 +443,9 @@ private Q_SLOTS:
         QTest::newRow("not restarted")
             << native() << Scenes { { 0, has("1.0.0.0", Installed) } }
             << "The device has not restarted, and tells versions from before";
+        QTest::newRow("not known whether restarted")
+            << lost(native()) << Scenes { { 0, away() }, { 8000, has("1.0.0.0") } }
+            << "It is not known whether the device has restarted; it tells versions from before";
         QTest::newRow("many sections")
             << orderFor(
                    { mcu("1", "2"), mcu("1", "2"), mcu("1", "2"), mcu("1", "2"), mcu("1", "2") })

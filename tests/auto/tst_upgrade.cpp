@@ -83,17 +83,27 @@ UpgradeSurroundings surroundings(const QStringList &steps,
     return surroundings;
 }
 
+/*! How long a host waits for a device whose versions say nothing new. */
+enum class Patience { Usual, Short };
+
 /*! An upgrade of a device that is none, by a worker that plays \a steps. */
 class Run
 {
 public:
     Run(const QStringList &steps, int installation, Goal goal = Goal::Upgrade,
-        Road road = Road::Native)
+        Road road = Road::Native, Patience patience = Patience::Usual)
         : device(makeDevice(installation))
     {
         isPackaged = package.index({});
-        upgrade = std::make_unique<Upgrade>(wishFor(goal, road, package), settingsIn(folder),
-                                            events, surroundings(steps, device));
+        auto settings = settingsIn(folder);
+        auto around = surroundings(steps, device);
+        if (patience == Patience::Short) {
+            settings.returnLimit = std::chrono::milliseconds(50);
+            around.confirmation = { std::chrono::milliseconds(1), std::chrono::seconds(5),
+                                    std::chrono::milliseconds(1), std::chrono::milliseconds(1),
+                                    std::chrono::milliseconds(20) };
+        }
+        upgrade = std::make_unique<Upgrade>(wishFor(goal, road, package), settings, events, around);
         QObject::connect(upgrade.get(), &Upgrade::signalCopied, upgrade.get(),
                          [this](const QString &path) { copyPath = path; });
         QObject::connect(upgrade.get(), &Upgrade::signalPlanned, upgrade.get(),
@@ -114,6 +124,8 @@ public:
 const QStringList Ordered { "plan", "hear", "send", "install", "ordered" };
 
 } // namespace
+
+Q_DECLARE_METATYPE(Velmar::Host::Road)
 
 /*! The order of events that only a worker could bring about, which is played here. */
 class tst_Upgrade : public QObject
@@ -191,6 +203,35 @@ private Q_SLOTS:
         QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("restart"));
         QVERIFY(!run.hasEnded());
         QVERIFY(!run.device->operations().contains("device.shutdown"));
+    }
+
+    void oldVersionsOfALostDevice_data()
+    {
+        QTest::addColumn<Road>("road");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("end");
+
+        // It may still be installing.
+        const auto lost = QStringLiteral("not-restarted");
+        // It has restarted by itself: there is nothing that its versions could be compared with.
+        const auto ended = QStringLiteral("not-comparable");
+        QTest::newRow("over HTTP, lost") << Road::Http << (Ordered + QStringList("die")) << lost;
+        QTest::newRow("over HTTP, not lost")
+            << Road::Http << (Ordered + QStringList("good")) << ended;
+        const QStringList written { "plan", "hear", "send", "ordered" };
+        QTest::newRow("by registers, lost")
+            << Road::Registers << (written + QStringList("die")) << lost;
+        QTest::newRow("by registers, not lost")
+            << Road::Registers << (written + QStringList("good")) << ended;
+    }
+    void oldVersionsOfALostDevice()
+    {
+        QFETCH(Road, road);
+        QFETCH(QStringList, steps);
+        Run run(steps, 0, Goal::Upgrade, road, Patience::Short);
+        run.upgrade->start();
+        QTRY_VERIFY(run.hasEnded());
+        QTEST(run.events.ends.constFirst(), "end");
     }
 
     void interruptWhileWatching()

@@ -31,7 +31,7 @@ const QStringList Decide { "--compatibility" };
 const QString Confirmed = "0 confirmed";
 const QString NotSent = "1 send-failed";
 // How much was sent by then depends on the buffers in between.
-const QString CutOff = "1 send-failed|1 not-installed";
+const QString CutOff = "1 send-failed|5 not-restarted";
 
 QStringList with(QStringList arguments, const QString &fault)
 {

@@ -16,7 +16,7 @@ constexpr int FirstDataWrite = 8;
 constexpr int LastDataWrite = 32;
 
 const QString Confirmed = "0 confirmed";
-const QString NotInstalled = "1 not-installed";
+const QString NotRestarted = "5 not-restarted";
 
 /*! An upgrade of a simulated device that is told to do something wrong, and how it has to end. */
 struct Scenario {
@@ -44,15 +44,15 @@ QString refusal(int ack)
 const QString NoAnswer = "Fail to send command: invalid response cmd";
 const QString NotReady = "Fail to send command: channel is abnormal";
 
-// The device may have had the last write, so that its versions are asked for.
+// The device may have had the last write: its versions are asked for, and those from before say nothing.
 Scenario lost(const char *name, const QString &fault, const QStringList &causes)
 {
-    return { name, { fault }, NotInstalled, causes, 1, false };
+    return { name, { fault }, NotRestarted, causes, 1, false };
 }
 
 Scenario notReady(const char *name, const QString &fault)
 {
-    return { name, { fault }, "1 send-failed|" + NotInstalled, { NotReady, NoAnswer }, 1, false };
+    return { name, { fault }, "1 send-failed|" + NotRestarted, { NotReady, NoAnswer }, 1, false };
 }
 
 const std::vector<Scenario> Scenarios {
@@ -85,7 +85,7 @@ const std::vector<Scenario> Scenarios {
       true },
     { "answer later than its time-out",
       { "register-slow=1000" },
-      NotInstalled,
+      NotRestarted,
       { "Fail to send command: SendCardIndex" },
       1,
       false,

@@ -151,9 +151,17 @@ bool ConfirmationJudge::hasRestartedAt(Time now) const
         return true;
     if (m_remembers) // or it keeps its results over a restart, and was seen to restart
         return m_wasInterrupted && now >= m_times.grace;
-    // New versions are told behind a restart alone.
-    return m_wasInterrupted || m_comparison.changed > 0
-        || (m_order.hasTakenRestart && now >= m_times.grace);
+    if (m_comparison.changed > 0) // they are told behind a restart alone
+        return true;
+    switch (m_order.restart) {
+    case RestartNews::Taken:
+        return m_wasInterrupted || now >= m_times.grace;
+    case RestartNews::NotTaken:
+        return m_wasInterrupted;
+    case RestartNews::Unknown:
+        break;
+    }
+    return false;
 }
 
 std::optional<Verdict> ConfirmationJudge::readyVerdictAt(Time now) const
@@ -204,7 +212,11 @@ Verdict ConfirmationJudge::finalVerdictAt(Time now) const
     if (hasRestartedAt(now) || (m_comparison.isAsPlanned() && m_comparison.changed > 0))
         return verdictOnVersions();
     return told(VerdictCode::NotRestarted,
-                QStringLiteral("The device has not restarted, and tells versions from before"));
+                m_order.restart == RestartNews::Unknown
+                    ? QStringLiteral("It is not known whether the device has restarted; it tells "
+                                     "versions from before")
+                    : QStringLiteral("The device has not restarted, and tells versions from "
+                                     "before"));
 }
 
 Verdict ConfirmationJudge::verdictOnVersions() const

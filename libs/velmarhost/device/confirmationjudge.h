@@ -15,12 +15,19 @@
 
 namespace Velmar::Host {
 
+/*! What is known of a device's restart before the first look at it. */
+enum class RestartNews {
+    Taken, //!< it was ordered to restart, or does so by itself behind the end that it told
+    NotTaken, //!< it was not, or refused to
+    Unknown, //!< it restarts by itself, and was lost while it may have been installing
+};
+
 /*! What a device is to be confirmed to have. */
 struct ConfirmationOrder {
     DeviceAddress device;
     QString serial; //!< of the device that was upgraded; empty: it tells none
     std::vector<PlannedSection> sections; //!< empty: nothing is known of what it should get
-    bool hasTakenRestart = true; //!< it was ordered to restart, or does so by itself
+    RestartNews restart = RestartNews::Taken;
     Road road = Road::Native;
     std::chrono::milliseconds limit { std::chrono::minutes(5) }; //!< for it to come back, from the
         //!< start or since it was first seen to go away; then it gets grace and settle of the
@@ -43,7 +50,9 @@ struct ConfirmationTimes {
     That a device has restarted is known for certain if it installs over its link and has forgotten
     the result of its installation (\c upgrade.progress 0). Otherwise a connection that ended, or a
     time in which the device was away, counts for one. A device that took the order to restart and
-    was never seen away has restarted before the first look, once the grace is over.
+    was never seen away has restarted before the first look, once the grace is over. Of one that was
+    lost on the way nothing counts but new versions: what it was lost by may also end a connection, and
+    with its old versions it may still be installing.
 
     Good versions are believed after a short while. Bad ones have to stay longer, and where the
     restart is not certain, the grace has to be over as well: a connection may end for other reasons,

@@ -490,9 +490,9 @@ void Upgrade::noteBeginning()
 void Upgrade::follow()
 {
     tellWarning(QStringLiteral("The device was lost while it may have been installing"));
-    // The other roads' devices restart by themselves, and their versions tell all.
+    // The other roads' devices restart by themselves, and their versions alone can tell.
     if (m_wish.road != Road::Native) {
-        confirm();
+        confirm(RestartNews::Unknown);
         return;
     }
     m_state = State::Following;
@@ -539,6 +539,13 @@ void Upgrade::slotFound(Following::Found found)
 
 void Upgrade::confirm()
 {
+    // The other roads' devices restart by themselves.
+    const bool isTaken = m_wish.road != Road::Native || m_worker->traffic().isRestartOrdered;
+    confirm(isTaken ? RestartNews::Taken : RestartNews::NotTaken);
+}
+
+void Upgrade::confirm(RestartNews restart)
+{
     m_state = State::Confirming;
     enter(Phase::Restarting);
     m_deadlines->enter(Phase::Confirming); // no worker is there to be silent
@@ -547,16 +554,18 @@ void Upgrade::confirm()
     order.serial = m_preparation->facts().serial;
     if (m_plan)
         order.sections = m_plan->sections;
-    // The other roads' devices restart by themselves.
-    order.hasTakenRestart = m_wish.road != Road::Native || m_worker->traffic().isRestartOrdered;
+    order.restart = restart;
     order.road = m_wish.road;
     order.limit = m_settings.returnLimit;
-    ConfirmationTimes times;
-    if (!order.hasTakenRestart) {
+    auto times = m_surroundings.confirmation;
+    if (restart == RestartNews::NotTaken) {
         // A restart that was not ordered hardly comes, and nothing is said of the versions without
         // one: there is no need to wait longer than was asked for.
         times.grace = std::min(times.grace, m_settings.returnLimit);
         times.settle = std::min(times.settle, m_settings.returnLimit);
+    } else if (restart == RestartNews::Unknown) {
+        // One that is still installing restarts much later.
+        times.grace = std::max(times.grace, m_settings.returnLimit);
     }
     m_confirmation =
         std::make_unique<Confirmation>(std::move(order), times, m_surroundings.makeLink);

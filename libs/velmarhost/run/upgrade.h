@@ -1,6 +1,7 @@
 #ifndef VELMARHOST_UPGRADE_H
 #define VELMARHOST_UPGRADE_H
 
+#include "device/confirmationjudge.h"
 #include "package/plan.h"
 #include "records/devicerecords.h"
 #include "run/deadlines.h"
@@ -29,6 +30,7 @@ class Preparation;
 struct UpgradeSurroundings {
     WorkerLaunch worker; //!< its memory limit is that of the settings
     LinkFactory makeLink = makeSocketLink; //!< for the host's own questions to the device
+    ConfirmationTimes confirmation;
 };
 
 /*!
@@ -121,6 +123,7 @@ private:
     void follow();
     void slotFound(Following::Found found);
     void confirm();
+    void confirm(RestartNews restart);
     void slotConfirmed(const Verdict &verdict);
     void end(const Verdict &verdict);
 

@@ -26,7 +26,7 @@ enum class VerdictCode {
     Answered, //!< nothing but a question was asked, and it is answered
     // Unconfirmed: the device had begun, or may have.
     NotReturned, //!< it did not come back in time
-    NotRestarted, //!< it has not restarted, so that its versions say nothing yet
+    NotRestarted, //!< it has not, as far as is known, so that its versions say nothing yet
     VersionsDiffer, //!< it is back with other versions than planned, but not those from before
     VersionsUnreadable, //!< it is back and does not tell its versions
     NotComparable, //!< no version tells the old firmware from the new
@@ -56,7 +56,7 @@ enum class VerdictCode {
     BadAnswer, //!< an answer over HTTP that is none
     NothingSent, //!< success was told without a byte sent
     InstallFailed, //!< the device says so
-    NotInstalled, //!< the device says success, and has its versions from before
+    NotInstalled, //!< the device has restarted, and has its versions from before
     Interrupted, //!< by the user, before the device was changed
     Internal, //!< the host itself is at fault
 };
