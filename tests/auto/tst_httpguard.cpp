@@ -37,10 +37,10 @@ UpgradeClientProxy *client()
     return UpgradeClientProxy::getInstance();
 }
 
-/*! Handles events until \a isSo, which it looks at every millisecond; false after 5 s. */
+/*! Handles events until \a isSo, which it looks at every millisecond; false after 30 s. */
 template<class Condition> bool waitUntil(Condition isSo)
 {
-    const QDeadlineTimer deadline(5000);
+    const QDeadlineTimer deadline(30000);
     while (!isSo()) {
         if (deadline.hasExpired())
             return false;
@@ -66,11 +66,16 @@ public:
                 [this](int code) { heard.append(QStringLiteral("polling %1").arg(code)); });
         connect(client(), &UpgradeClientProxy::signalReplyUpdataSchedule, this,
                 [this](const QByteArray &body) { heard.append(QString::fromUtf8(body)); });
-        if (guard)
-            connect(guard, &HttpGuard::signalFault, this,
-                    [this](VerdictCode code, const QString &text) {
-                        faults.append(verdictWord(code) + ": " + text);
-                    });
+        if (!guard)
+            return;
+        connect(guard, &HttpGuard::signalFault, this,
+                [this](VerdictCode code, const QString &text) {
+                    faults.append(verdictWord(code) + ": " + text);
+                });
+        connect(guard, &HttpGuard::signalOrdering, this, [this] {
+            const auto *file = client()->findChild<QFile *>();
+            orders.append(file->size() - file->pos());
+        });
     }
 
     bool waitForFault() const
@@ -85,6 +90,7 @@ public:
 
     QStringList heard;
     QStringList faults;
+    QVector<qint64> orders; // bytes of the file that nobody had read yet
 };
 
 QByteArray paddedTo(int size)
@@ -319,6 +325,36 @@ private Q_SLOTS:
         QCOMPARE(listener.heard, QStringList());
     }
 
+    // An upload is an order, and may be one before Qt tells that it has gone.
+    void orderIsToldBeforeItLeaves_data()
+    {
+        QTest::addColumn<int>("size");
+        QTest::addColumn<qint64>("leastLeft");
+
+        // Of a large one, a piece or two: until then the device certainly installs nothing.
+        QTest::newRow("small") << 8 << qint64(8);
+        QTest::newRow("large") << 4 * 1024 * 1024 << qint64(16384);
+    }
+    void orderIsToldBeforeItLeaves()
+    {
+        QFETCH(int, size);
+        QFETCH(qint64, leastLeft);
+        const QString path = m_folder.filePath("upload");
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.resize(size));
+        m_server->always(UploadPath, ScriptedHttpServer::answer("ok"));
+        HttpGuard guard(ProgressForm::Newer, size);
+        Listener listener(&guard);
+        QCOMPARE(client()->uploadFiletoDevice(path, "{}"), 0);
+        QVERIFY(!guard.isOrdered());
+        QVERIFY(listener.waitForHeard());
+        QCOMPARE(listener.orders.size(), 1);
+        QVERIFY2(listener.orders.constFirst() >= leastLeft && listener.orders.constFirst() <= 65536,
+                 qPrintable(QString::number(listener.orders.constFirst())));
+        QVERIFY(guard.isOrdered());
+        QCOMPARE(listener.faults, QStringList());
+    }
+
     void noService()
     {
         client()->setDeviceIp(EmptyAddress);
@@ -329,6 +365,7 @@ private Q_SLOTS:
         QCOMPARE(listener.faults,
                  QStringList("unreachable: The device's HTTP service cannot be reached: "
                              "Connection refused"));
+        QVERIFY(!guard.isOrdered());
         QCOMPARE(listener.heard, QStringList());
     }
 
@@ -347,6 +384,8 @@ private Q_SLOTS:
         QVERIFY(listener.waitForFault());
         QCOMPARE(listener.faults,
                  QStringList("send-failed: The file could not be sent within 0.15 s"));
+        QVERIFY(!guard.isOrdered());
+        QCOMPARE(listener.orders, QVector<qint64>());
         QCOMPARE(listener.heard, QStringList());
         QVERIFY(areRepliesGone());
     }

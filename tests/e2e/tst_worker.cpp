@@ -57,6 +57,10 @@ public:
                 [this](bool isTaken) { stops.append(isTaken); });
         connect(&worker, &UpgradeWorker::signalLog, this,
                 [this](QtMsgType, const QString &text) { log.append(text); });
+        connect(&worker, &UpgradeWorker::signalTraffic, this, [this](const LinkTraffic &told) {
+            if (told.isOrdered && !ordered)
+                ordered = told;
+        });
         connect(&worker, &UpgradeWorker::signalEnded, this,
                 [this](bool result, const QString &text) {
                     end = (result ? "good: " : "bad: ") + text;
@@ -78,6 +82,7 @@ public:
     QStringList phases;
     QVector<bool> stops;
     QStringList log;
+    std::optional<LinkTraffic> ordered; // as it was when the order was told
     QString end;
 };
 
@@ -148,6 +153,8 @@ private Q_SLOTS:
         QVERIFY(traffic.isEndTold);
         QVERIFY(traffic.sentBytes > 0);
         QCOMPARE(traffic.sentBytes, traffic.totalBytes);
+        QVERIFY(run.ordered);
+        QVERIFY(run.ordered->sentBytes < traffic.sentBytes); // told before all was sent
         QVERIFY(device.waitForReady(2));
     }
 

@@ -23,6 +23,9 @@ namespace {
 constexpr int StatusOk = 200;
 constexpr int FirstErrorStatus = 400;
 
+// Qt takes 16 KiB of an upload at a time, each by an event of the reply.
+constexpr qint64 MostReadAtOnce = 65536;
+
 /*! Tells the guard that a request has begun; in front of all that the request may lead to. */
 class ReplyBegun : public QEvent
 {
@@ -141,6 +144,7 @@ HttpGuard::~HttpGuard()
 
 void HttpGuard::stop()
 {
+    m_wasOrdered = isOrdered(); // the file goes with its reply
     m_isOver = true;
     if (!m_client)
         return;
@@ -161,11 +165,30 @@ void HttpGuard::noteProgressRead()
 
 bool HttpGuard::eventFilter(QObject *watched, QEvent *event)
 {
-    if (event->type() == QEvent::ChildAdded && !m_isOver)
+    const bool isOfManager = qobject_cast<QNetworkAccessManager *>(watched) != nullptr;
+    if (isOfManager && event->type() == QEvent::ChildAdded && !m_isOver)
         QCoreApplication::postEvent(this,
                                     new ReplyBegun(static_cast<QChildEvent *>(event)->child()),
                                     Qt::HighEventPriority);
+    else if (!isOfManager && event->type() == QEvent::MetaCall)
+        noteReading();
     return QObject::eventFilter(watched, event);
+}
+
+// The control text behind the file is the last that goes out.
+void HttpGuard::noteReading()
+{
+    if (m_isEndNear || m_isOver || (m_file && m_file->size() - m_file->pos() > MostReadAtOnce))
+        return;
+    m_isEndNear = true;
+    Q_EMIT signalOrdering();
+}
+
+bool HttpGuard::isOrdered() const
+{
+    if (m_isOver)
+        return m_wasOrdered;
+    return m_hasSentAll || (m_isEndNear && (!m_file || m_file->pos() > 0));
 }
 
 void HttpGuard::customEvent(QEvent *event)
@@ -181,6 +204,10 @@ void HttpGuard::adopt(QNetworkReply *reply)
     const Request request = isUpload ? Request::Upload : Request::Poll;
     // Qt reads on no sooner than this much has been taken, which nobody does before the end.
     reply->setReadBufferSize(2 * m_limits.bodySize);
+    if (isUpload) {
+        m_file = reply->findChild<QFile *>();
+        reply->installEventFilter(this);
+    }
     // The library would tell an upload's end by this one.
     disconnect(reply, SIGNAL(error(QNetworkReply::NetworkError)), m_client, nullptr);
     connect(reply, &QNetworkReply::uploadProgress, this, [this](qint64 sent, qint64 total) {
@@ -317,7 +344,7 @@ void HttpGuard::tellNetworkError(Request request, const QString &cause)
         tellFault(
             VerdictCode::DeviceLost,
             QStringLiteral("The device cannot be asked for its progress any more: %1").arg(cause));
-    else if (m_hasSentAll)
+    else if (isOrdered())
         tellFault(VerdictCode::DeviceLost,
                   QStringLiteral(
                       "The connection has ended before the device said whether it has the file: %1")
@@ -337,7 +364,7 @@ void HttpGuard::tellOverdue(Request request)
         tellFault(VerdictCode::DeviceLost,
                   QStringLiteral("The device has not told its progress within %1 s")
                       .arg(seconds(m_limits.poll)));
-    else if (m_hasSentAll)
+    else if (isOrdered())
         tellFault(VerdictCode::DeviceLost,
                   QStringLiteral("The device has not said within %1 s whether it has the file")
                       .arg(seconds(m_limits.upload(m_uploadSize))));

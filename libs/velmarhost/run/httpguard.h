@@ -4,6 +4,7 @@
 #include "run/httpprogress.h"
 #include "run/verdict.h"
 
+#include <QFile>
 #include <QObject>
 #include <QPointer>
 
@@ -36,6 +37,9 @@ struct HttpLimits {
     progress as judgedProgress() writes it. The first answer that is not good ends all: it is told by
     signalFault(), nothing more is asked, and the library hears nothing of it.
 
+    An upload is an order to install as soon as the device has all of it. signalOrdering() comes before
+    the end of one is given to Qt, and so before it can have left.
+
     Polls follow each other here: the next one goes out a second behind the answer to the last.
 
     For the thread of the client, which runs an event loop. One object at a time. From the first one on
@@ -58,6 +62,10 @@ public:
         known, one that is not read is a fault. */
     void noteProgressRead();
 
+    /*! Whether the device may have all of the upload. Up to the first byte it has nothing, also where
+        signalOrdering() was emitted. */
+    bool isOrdered() const;
+
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 protected:
@@ -67,12 +75,16 @@ Q_SIGNALS:
     /*! Emitted once, and never behind stop(). \a text is a sentence, made printable. */
     void signalFault(Velmar::Host::VerdictCode code, const QString &text);
 
+    /*! The device may have all of the upload once the receivers have returned. Emitted once. */
+    void signalOrdering();
+
 private:
     Q_DISABLE_COPY_MOVE(HttpGuard)
 
     enum class Request { Upload, Poll };
 
     void adopt(QNetworkReply *reply);
+    void noteReading();
     void drop(QNetworkReply *reply);
     // False, with the fault told, if what has arrived so far is not good.
     bool checkStatus(const QNetworkReply &reply, Request request);
@@ -89,11 +101,14 @@ private:
     const HttpLimits m_limits;
     const QPointer<UpgradeClientProxy> m_client;
     std::vector<QPointer<QNetworkAccessManager>> m_managers;
+    QPointer<QFile> m_file; // of the upload
+    bool m_isEndNear = false; // of the file, for whoever reads it next
     bool m_hasSentSome = false; // of the upload
     bool m_hasSentAll = false;
     bool m_isSentAgain = false; // behind a connection that took all of it
     bool m_isProgressRead = false;
     bool m_isOver = false;
+    bool m_wasOrdered = false; // when it was over
 };
 
 } // namespace Velmar::Host

@@ -71,6 +71,11 @@ void HttpRun::start(std::chrono::milliseconds timeLimit, std::chrono::millisecon
     m_silence.start(stallLimit);
 }
 
+bool HttpRun::isOrdered() const
+{
+    return m_guard && m_guard->isOrdered();
+}
+
 void HttpRun::listen()
 {
     using BizModel::DeviceList;
@@ -88,6 +93,7 @@ void HttpRun::listen()
                 m_fault = code;
                 finish(false, text);
             });
+    connect(m_guard.get(), &HttpGuard::signalOrdering, this, &HttpRun::signalOrdering);
     const auto *client = UpgradeClientProxy::getInstance();
     connect(client, &UpgradeClientProxy::signalOnUploadProgress, this, [this](qint64 sent) {
         if (stage() == Stage::Ended)

@@ -54,6 +54,13 @@ public:
     /*! Bytes of the upload that have been sent so far, control text and all. */
     qint64 sentBytes() const { return m_sentBytes; }
 
+    /*! Whether the device may have all of the upload, and install. */
+    bool isOrdered() const;
+
+Q_SIGNALS:
+    /*! As HttpGuard::signalOrdering(). */
+    void signalOrdering();
+
 private:
     Q_DISABLE_COPY_MOVE(HttpRun)
 

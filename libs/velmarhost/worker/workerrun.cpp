@@ -329,6 +329,12 @@ void WorkerRun::goByHttp()
     follow(*run);
     connect(UpgradeClientProxy::getInstance(), &UpgradeClientProxy::signalOnUploadProgress, this,
             &WorkerRun::slotUploaded);
+    // Before the device can have everything, and begin: as for the other roads' orders.
+    connect(run.get(), &HttpRun::signalOrdering, this, [this] {
+        m_upload.isOrdered = true;
+        tellNewTraffic();
+        m_voice.flush(TellLimit);
+    });
     connect(run.get(), &DeviceRun::signalInstalling, this, [this](const s_UpgradePercent &told) {
         m_upload.result = told.result;
         m_upload.isEndTold = told.result == Installed || told.result == InstallationFailed;
@@ -392,9 +398,6 @@ void WorkerRun::slotUploaded(qint64 sentBytes, qint64 totalBytes)
     const int percent = static_cast<int>(sentBytes * 100 / qMax(totalBytes, qint64(1)));
     if (percent != std::exchange(m_uploadPercent, percent))
         tellSending(percent);
-    // The device may begin as soon as it has everything.
-    if (sentBytes >= totalBytes && !std::exchange(m_upload.isOrdered, true))
-        tellTraffic();
 }
 
 void WorkerRun::tellSending(int percent)
@@ -423,7 +426,15 @@ void WorkerRun::stop()
 /*! Keeps the device from being changed, unless it may have begun. */
 bool WorkerRun::stopInTime()
 {
+    noteUploadOrder();
     return !m_upload.isOrdered && (!m_link || m_link->stopBeforeOrder());
+}
+
+// The order of an upload is told early, and has not been given where nothing of it has gone out.
+void WorkerRun::noteUploadOrder()
+{
+    if (const auto *run = qobject_cast<HttpRun *>(m_run.get()))
+        m_upload.isOrdered = run->isOrdered();
 }
 
 LinkTraffic WorkerRun::traffic() const
@@ -516,6 +527,7 @@ void WorkerRun::slotStage(DeviceRun::Stage stage)
 
 void WorkerRun::slotEnded(DeviceRun::Outcome outcome, const QString &text)
 {
+    noteUploadOrder();
     if (outcome == DeviceRun::Outcome::TimedOut)
         refuseForTime();
     const auto fault = m_link->announcementFault();

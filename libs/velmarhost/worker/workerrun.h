@@ -78,6 +78,7 @@ private:
 
     void stop();
     bool stopInTime();
+    void noteUploadOrder();
     LinkTraffic traffic() const;
     LinkTraffic tellNewTraffic();
     void tellTraffic();
