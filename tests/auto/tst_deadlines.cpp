@@ -415,6 +415,38 @@ private Q_SLOTS:
         QCOMPARE(run.ends, QStringList(QStringLiteral("silent-device")));
     }
 
+    void endThatWasPutOffIsConfirmed()
+    {
+        Watched run(Road::Registers, minutes(1));
+        run.deadlines.enter(Phase::Sending);
+        run.deadlines.noteTraffic(ordered(traffic(30, 4096, 900000)));
+        run.deadlines.noteAlive();
+        run.pass(seconds(70));
+        QCOMPARE(run.putOffs.size(), 1);
+        run.deadlines.enter(Phase::Confirming);
+        run.pass(hours(1));
+        QVERIFY(run.ends.isEmpty());
+    }
+
+    void takenBack()
+    {
+        Watched run(Road::Registers, minutes(1));
+        run.deadlines.enter(Phase::Planning);
+        QVERIFY(run.expiresAfter(minutes(1)));
+        run.deadlines.putOff();
+        run.deadlines.noteAlive();
+        run.deadlines.enter(Phase::Sending);
+        auto told = ordered(traffic(30, 4096, 900000));
+        run.deadlines.noteTraffic(told);
+        run.pass(seconds(50));
+        QCOMPARE(run.ends.size(), 1);
+        QVERIFY(run.putOffs.isEmpty()); // whoever took it back has said why
+        told.overdue = 3;
+        run.deadlines.noteTraffic(told);
+        run.deadlines.check();
+        QCOMPARE(run.ends.size(), 2);
+    }
+
     void givingUp_data()
     {
         QTest::addColumn<Road>("road");
@@ -433,6 +465,8 @@ private Q_SLOTS:
             << Road::Native << Phase::Restarting << ordered(writing) << true;
         QTest::newRow("before the first register")
             << Road::Registers << Phase::Sending << traffic(3) << true;
+        QTest::newRow("first register ordered")
+            << Road::Registers << Phase::Sending << ordered(traffic(3)) << false;
         QTest::newRow("first register under way")
             << Road::Registers << Phase::Sending << overdue(traffic(3), 1) << false;
         QTest::newRow("between registers") << Road::Registers << Phase::Sending << writing << false;

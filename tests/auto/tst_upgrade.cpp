@@ -15,6 +15,8 @@ using namespace Velmar::Host;
 
 namespace {
 
+constexpr int LimitMs = 30000; // of a wait that is hopeless
+
 /*! What an upgrade tells, in short. */
 class Recorder final : public RunEventSink
 {
@@ -86,17 +88,26 @@ UpgradeSurroundings surroundings(const QStringList &steps,
 /*! How long a host waits for a device whose versions say nothing new. */
 enum class Patience { Usual, Short };
 
+/*! Whether the worker answers an order to stop; one that does may take its time for it. */
+enum class Answer { Some, None };
+
 /*! An upgrade of a device that is none, by a worker that plays \a steps. */
 class Run
 {
 public:
     Run(const QStringList &steps, int installation, Goal goal = Goal::Upgrade,
-        Road road = Road::Native, Patience patience = Patience::Usual)
+        Road road = Road::Native, Patience patience = Patience::Usual, Answer answer = Answer::Some)
         : device(makeDevice(installation))
     {
         isPackaged = package.index({});
         auto settings = settingsIn(folder);
         auto around = surroundings(steps, device);
+        around.clock = [this] {
+            return now;
+        };
+        around.deadlines.check = std::chrono::milliseconds(5);
+        if (answer == Answer::None)
+            around.stopAnswer = std::chrono::milliseconds(50);
         if (patience == Patience::Short) {
             settings.returnLimit = std::chrono::milliseconds(50);
             around.confirmation = { std::chrono::milliseconds(1), std::chrono::seconds(5),
@@ -117,6 +128,7 @@ public:
     Recorder events;
     std::shared_ptr<ScriptedLink> device;
     QString copyPath;
+    std::chrono::milliseconds now { 0 }; // of the deadlines
     bool isPackaged = false;
     std::unique_ptr<Upgrade> upgrade; // the last member: it uses the others
 };
@@ -168,7 +180,7 @@ private Q_SLOTS:
         Run run(steps, 1, Goal(goal));
         QVERIFY(run.isPackaged);
         run.upgrade->start();
-        QTRY_VERIFY(run.hasEnded());
+        QTRY_VERIFY_WITH_TIMEOUT(run.hasEnded(), LimitMs);
         QTEST(run.events.ends.constFirst(), "end");
         QVERIFY(run.events.isEndLast);
     }
@@ -178,7 +190,7 @@ private Q_SLOTS:
         Run run(Ordered + QStringList { "running", "die", "watch", "install", "running", "die" },
                 1);
         run.upgrade->start();
-        QTRY_COMPARE(run.events.ends, QStringList("worker-lost"));
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.ends, QStringList("worker-lost"), LimitMs);
         // What goes on is no new phase, and none comes again.
         QCOMPARE(run.events.phases, QStringList({ "copy", "check", "plan", "send", "install" }));
     }
@@ -188,7 +200,7 @@ private Q_SLOTS:
         // The last that a worker tells before it is killed is that the device is at work.
         Run run({ "plan", "hear", "send", "garbage, ordered", "watch", "wait" }, 1);
         run.upgrade->start();
-        QTRY_COMPARE(run.events.warnings.size(), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.warnings.size(), 2, LimitMs);
         QCOMPARE(run.events.lastWarning(),
                  QStringLiteral("The device was lost while it may have been installing"));
         QVERIFY(!run.hasEnded());
@@ -200,7 +212,7 @@ private Q_SLOTS:
         // watches would restart it.
         Run run(Ordered + QStringList { "die", "watch", "refuse failed" }, 2);
         run.upgrade->start();
-        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("restart"));
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.lastPhase(), QStringLiteral("restart"), LimitMs);
         QVERIFY(!run.hasEnded());
         QVERIFY(!run.device->operations().contains("device.shutdown"));
     }
@@ -230,7 +242,7 @@ private Q_SLOTS:
         QFETCH(QStringList, steps);
         Run run(steps, 0, Goal::Upgrade, road, Patience::Short);
         run.upgrade->start();
-        QTRY_VERIFY(run.hasEnded());
+        QTRY_VERIFY_WITH_TIMEOUT(run.hasEnded(), LimitMs);
         QTEST(run.events.ends.constFirst(), "end");
     }
 
@@ -238,7 +250,7 @@ private Q_SLOTS:
     {
         Run run({ "watch", "install", "running", "hear", "bad" }, 1, Goal::Watch);
         run.upgrade->start();
-        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("install"));
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.lastPhase(), QStringLiteral("install"), LimitMs);
         run.upgrade->interrupt();
         QCOMPARE(run.events.ends, QStringList("left"));
         QCoreApplication::processEvents();
@@ -250,9 +262,10 @@ private Q_SLOTS:
     {
         Run run(Ordered + QStringList { "running", "die", "watch", "install", "wait" }, 1);
         run.upgrade->start();
-        QTRY_COMPARE(run.events.warnings.size(), 2);
-        QTRY_VERIFY(run.device->operations().count("upgrade.progress") > 0);
-        QTRY_VERIFY((run.upgrade->interrupt(), run.events.warnings.size() > 2 || run.hasEnded()));
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.warnings.size(), 2, LimitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(run.device->operations().count("upgrade.progress") > 0, LimitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (run.upgrade->interrupt(), run.events.warnings.size() > 2 || run.hasEnded()), LimitMs);
         QVERIFY(!run.hasEnded());
         QVERIFY(
             run.events.lastWarning().startsWith("The upgrade goes on: the device is installing"));
@@ -274,25 +287,83 @@ private Q_SLOTS:
             QThread::yieldCurrentThread();
         QVERIFY(!locks.entryList(QDir::Files).isEmpty());
         run.upgrade->interrupt();
-        QTRY_COMPARE(run.events.ends, QStringList("interrupted"));
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.ends, QStringList("interrupted"), LimitMs);
     }
 
     void failureIsToldWhoeverEndsTheWait()
     {
         Run run(Ordered + QStringList { "failed", "bad" }, 3);
         run.upgrade->start();
-        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("restart"));
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.lastPhase(), QStringLiteral("restart"), LimitMs);
         QVERIFY(!run.hasEnded());
         run.upgrade->interrupt();
         QCOMPARE(run.events.ends, QStringList("install-failed"));
+    }
+
+    // The first write goes out before the host hears of it: the worker alone knows.
+    void leavingBeforeAWriteIsHeardOf_data()
+    {
+        QTest::addColumn<QStringList>("answer");
+        QTest::addColumn<QString>("end");
+        QTest::addColumn<bool>("isWorkerLeft");
+
+        QTest::newRow("stops") << QStringList { "stops", "bad" } << QStringLiteral("interrupted")
+                               << false;
+        QTest::newRow("is writing")
+            << QStringList { "go on", "hear" } << QStringLiteral("left") << true;
+        QTest::newRow("does not answer")
+            << QStringList { "hear", "hear" } << QStringLiteral("left") << true;
+        QTest::newRow("dies") << QStringList { "die" } << QStringLiteral("interrupted") << false;
+    }
+    void leavingBeforeAWriteIsHeardOf()
+    {
+        QFETCH(QStringList, answer);
+        QFETCH(bool, isWorkerLeft);
+        const bool answers = answer.constFirst() != QLatin1String("hear");
+        Run run(QStringList { "plan", "hear", "hear" } + answer, 0, Goal::Upgrade, Road::Registers,
+                Patience::Short, answers ? Answer::Some : Answer::None);
+        connect(run.upgrade.get(), &Upgrade::signalPlanned, this, [&run] {
+            run.upgrade->interrupt();
+            run.upgrade->leave();
+            run.upgrade->leave(); // once more makes no difference
+        });
+        run.upgrade->start();
+        QTRY_VERIFY_WITH_TIMEOUT(run.hasEnded(), LimitMs);
+        QTEST(run.events.ends.constFirst(), "end");
+        QCOMPARE(run.upgrade->isWorkerLeft(), isWorkerLeft);
+    }
+
+    void timePassesBeforeAWriteIsHeardOf_data()
+    {
+        QTest::addColumn<QStringList>("answer");
+        QTest::addColumn<QString>("end");
+
+        QTest::newRow("stops") << QStringList { "stops", "bad" } << QStringLiteral("out-of-time");
+        QTest::newRow("does not answer") << QStringList { "wait" } << QStringLiteral("out-of-time");
+        // What the device has then is looked at, whatever the time.
+        QTest::newRow("is writing") << QStringList { "go on", "send", "ordered", "good" }
+                                    << QStringLiteral("not-comparable");
+    }
+    void timePassesBeforeAWriteIsHeardOf()
+    {
+        QFETCH(QStringList, answer);
+        const bool answers = answer.constFirst() != QLatin1String("wait");
+        Run run(QStringList { "plan", "hear", "hear" } + answer, 0, Goal::Upgrade, Road::Registers,
+                Patience::Short, answers ? Answer::Some : Answer::None);
+        connect(run.upgrade.get(), &Upgrade::signalPlanned, this,
+                [&run] { run.now += std::chrono::hours(2); });
+        run.upgrade->start();
+        QTRY_VERIFY_WITH_TIMEOUT(run.hasEnded(), LimitMs);
+        QTEST(run.events.ends.constFirst(), "end");
     }
 
     void registersAreWrittenToTheEnd()
     {
         Run run({ "plan", "hear", "send", "ordered", "hear" }, 0, Goal::Upgrade, Road::Registers);
         run.upgrade->start();
-        QTRY_COMPARE(run.events.lastPhase(), QStringLiteral("send"));
-        QTRY_VERIFY((run.upgrade->interrupt(), !run.events.warnings.isEmpty()) || run.hasEnded());
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.lastPhase(), QStringLiteral("send"), LimitMs);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (run.upgrade->interrupt(), !run.events.warnings.isEmpty()) || run.hasEnded(), LimitMs);
         QVERIFY(run.events.lastWarning().startsWith(
             "The upgrade goes on: between two register writes"));
         run.upgrade->leave();

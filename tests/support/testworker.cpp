@@ -99,6 +99,8 @@ void play(const std::string &step)
         std::getline(std::cin, line);
     else if (step == "go on")
         tell(StopTell { false });
+    else if (step == "stops")
+        tell(StopTell { true });
     else if (step == "good")
         tell(EndTell { true, QString() });
     else if (step == "bad")

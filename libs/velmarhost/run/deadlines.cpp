@@ -10,7 +10,6 @@ using std::chrono::seconds;
 
 namespace {
 
-constexpr milliseconds CheckInterval { 500 };
 constexpr qint64 MiB = 1024 * 1024;
 constexpr int OverdueToGiveUp = 3;
 constexpr int AllSent = 100; // percent
@@ -50,7 +49,7 @@ Deadlines::Deadlines(Road road, milliseconds whole, const DeadlineLimits &limits
     , m_limits(limits)
     , m_clock(clock ? std::move(clock) : Clock(steadyClock))
 {
-    m_tick.setInterval(CheckInterval);
+    m_tick.setInterval(m_limits.check);
     connect(&m_tick, &QTimer::timeout, this, &Deadlines::check);
 }
 
@@ -123,6 +122,14 @@ void Deadlines::resetTraffic()
     m_alive = m_heard = now();
 }
 
+void Deadlines::putOff()
+{
+    m_isOver = false;
+    m_isPutOff = true;
+    if (m_isStarted)
+        m_tick.start();
+}
+
 void Deadlines::check()
 {
     if (!m_isStarted || m_isOver)
@@ -155,7 +162,8 @@ milliseconds Deadlines::bySize(milliseconds limit) const
 
 std::optional<Deadlines::Expiry> Deadlines::expiry() const
 {
-    if (m_whole.count() > 0 && now() >= m_whole) {
+    const bool isEndPutOff = m_isPutOff && m_phase == Phase::Confirming;
+    if (m_whole.count() > 0 && now() >= m_whole && !isEndPutOff) {
         const bool mayInstall = m_wasOrdered || m_phase >= Phase::Installing;
         return Expiry { mayInstall ? VerdictCode::TimeLimit : VerdictCode::OutOfTime,
                         QStringLiteral("The time limit of %1 has passed").arg(timeText(m_whole)) };
@@ -219,7 +227,7 @@ bool mayGiveUp(Road road, Phase phase, const LinkTraffic &traffic, QString &why)
     // Until the first write goes out, there are questions alone.
     const bool isWriting = road == Road::Registers
         && (phase == Phase::Sending || phase == Phase::Installing)
-        && (traffic.sentBytes > 0 || traffic.requests > traffic.answers);
+        && (traffic.isOrdered || traffic.sentBytes > 0 || traffic.requests > traffic.answers);
     if (!isWriting || traffic.overdue >= OverdueToGiveUp)
         return true;
     why = QStringLiteral("The upgrade goes on: the device is being written register by register, "

@@ -37,6 +37,9 @@ struct DeadlineLimits {
 
     /*! The worker is silent in a stage in which it may not be given up. */
     std::chrono::milliseconds stuck { 300000 };
+
+    /*! Between two looks at the clock. */
+    std::chrono::milliseconds check { 500 };
 };
 
 /*!
@@ -44,7 +47,8 @@ struct DeadlineLimits {
 
     The upgrade library waits for ever where a device or a disk lets it. What expires here is an end
     of waiting and no order to the device. An expiry that comes while the upgrade must not be given
-    up (mayGiveUp()) is put off until it may.
+    up (mayGiveUp()) is put off until it may. An upgrade that came to its end meanwhile is still
+    confirmed, in the time which that has of its own.
 
     All functions and signals are for one thread, which runs an event loop.
 */
@@ -78,11 +82,15 @@ public:
     /*! A new worker begins: what the last one told no longer counts. */
     void resetTraffic();
 
-    /*! Looks at the clock; called twice a second while started. */
+    /*! Takes signalExpired() back: the upgrade was not given up, and the next expiry is told again. */
+    void putOff();
+
+    /*! Looks at the clock; called again and again while started. */
     void check();
 
 Q_SIGNALS:
-    /*! Something has expired, and the upgrade may be given up; emitted once. \a text is a sentence without its full stop. */
+    /*! Something has expired, and the upgrade may be given up; emitted once, unless putOff() takes
+        it back. \a text is a sentence without its full stop. */
     void signalExpired(Velmar::Host::VerdictCode code, const QString &text);
 
     /*! Something has expired, but the upgrade goes on until it may be given up; emitted once. \a text

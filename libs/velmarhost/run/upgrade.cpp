@@ -69,9 +69,8 @@ std::chrono::seconds silenceOf(Phase phase, const UpgradeSettings &settings)
     return std::chrono::seconds(0);
 }
 
-DeadlineLimits limitsOf(Road road, const UpgradeSettings &settings)
+DeadlineLimits limitsOf(Road road, const UpgradeSettings &settings, DeadlineLimits limits)
 {
-    DeadlineLimits limits;
     // Over HTTP the worker watches the service, and ends in a way behind which the device is asked
     // for its versions.
     if (settings.silenceLimit && road != Road::Http)
@@ -119,6 +118,9 @@ Upgrade::Upgrade(UpgradeWish wish, UpgradeSettings settings, RunEventSink &event
     , m_events(events)
     , m_phases(phasesOf(m_wish))
 {
+    m_stopAnswer.setSingleShot(true);
+    m_stopAnswer.setInterval(m_surroundings.stopAnswer);
+    connect(&m_stopAnswer, &QTimer::timeout, this, &Upgrade::slotStopUnanswered);
 }
 
 Upgrade::~Upgrade() = default;
@@ -127,12 +129,10 @@ void Upgrade::start()
 {
     m_elapsed.start();
     m_state = State::Preparing;
-    m_deadlines = std::make_unique<Deadlines>(m_wish.road, m_settings.timeLimit,
-                                              limitsOf(m_wish.road, m_settings));
-    connect(m_deadlines.get(), &Deadlines::signalExpired, this,
-            [this](VerdictCode code, const QString &text) {
-                end(m_failure.value_or(verdict(code, text)));
-            });
+    m_deadlines = std::make_unique<Deadlines>(
+        m_wish.road, m_settings.timeLimit,
+        limitsOf(m_wish.road, m_settings, m_surroundings.deadlines), m_surroundings.clock);
+    connect(m_deadlines.get(), &Deadlines::signalExpired, this, &Upgrade::slotExpired);
     connect(m_deadlines.get(), &Deadlines::signalPutOff, this, &Upgrade::tellWarning);
     m_deadlines->start();
     m_preparation =
@@ -212,7 +212,8 @@ void Upgrade::interrupt()
 
 void Upgrade::leave()
 {
-    if (m_state == State::Ended)
+    // Of a worker that is ended for it, the last word is awaited.
+    if (m_state == State::Ended || (m_isLeaving && !m_isStopRefused && m_worker->isRunning()))
         return;
     if (m_failure) { // what the device has said stays true without a wait for its return
         end(*m_failure);
@@ -220,15 +221,16 @@ void Upgrade::leave()
     }
     const bool isOrdered = m_isOrdered || (m_worker && m_worker->traffic().isOrdered);
     if (isWritingRegisters()) {
-        m_isWorkerLeft = true;
-        end(verdict(VerdictCode::Left,
-                    QStringLiteral("The firmware is still being written, by a process that goes on "
-                                   "without you")));
+        leaveWorker(QStringLiteral("The firmware is still being written, by a process that goes on "
+                                   "without you"));
     } else if (m_state == State::Working && !isOrdered && m_wish.goal != Goal::Watch
                && !std::exchange(m_isLeaving, true)) {
-        // The order to install may be given already and not yet heard of: the end of the worker
-        // brings the last that it told.
-        m_worker->kill();
+        // The order to install may be given already and not yet heard of. The end of the worker
+        // brings the last that it told; but it is not to be ended between two register writes.
+        if (hasRegisterWorker())
+            askToStop();
+        else
+            m_worker->kill();
     } else if (isOrdered || m_wish.goal == Goal::Watch) {
         end(verdict(
             VerdictCode::Left,
@@ -238,11 +240,43 @@ void Upgrade::leave()
     }
 }
 
+void Upgrade::leaveWorker(const QString &sentence)
+{
+    m_isWorkerLeft = true;
+    end(verdict(VerdictCode::Left, sentence));
+}
+
+/*! A worker is there that writes registers, or may begin to. */
+bool Upgrade::hasRegisterWorker() const
+{
+    return m_state == State::Working && m_wish.road == Road::Registers
+        && m_wish.goal == Goal::Upgrade && m_worker->isRunning();
+}
+
 bool Upgrade::isWritingRegisters() const
 {
     // The phase is told before the first write goes out, and the traffic behind it.
-    return m_state == State::Working && m_worker->isRunning() && m_wish.road == Road::Registers
-        && (m_phase == Phase::Sending || m_worker->traffic().isOrdered);
+    return hasRegisterWorker()
+        && (m_phase == Phase::Sending || m_worker->traffic().isOrdered || m_isStopRefused);
+}
+
+/*! Lets the worker decide whether it can still end: what it has told may be under way. */
+void Upgrade::askToStop()
+{
+    m_isStopping = true;
+    m_worker->requestStop();
+    m_stopAnswer.start();
+}
+
+void Upgrade::slotExpired(VerdictCode code, const QString &text)
+{
+    const auto expiry = m_failure.value_or(verdict(code, text));
+    if (hasRegisterWorker() && !m_worker->traffic().isOrdered) {
+        m_expiry = expiry;
+        askToStop();
+    } else {
+        end(expiry);
+    }
 }
 
 bool Upgrade::isWorkerLeft() const
@@ -370,10 +404,27 @@ void Upgrade::slotInstalling(const s_UpgradePercent &progress)
 
 void Upgrade::slotStopAnswered(bool isTaken)
 {
-    if (isTaken)
+    m_stopAnswer.stop();
+    if (isTaken) // its end comes next
         return;
     m_isStopping = false;
+    m_isStopRefused = true;
+    if (m_isLeaving) {
+        leave();
+        return;
+    }
+    if (std::exchange(m_expiry, std::nullopt))
+        m_deadlines->putOff();
     tellGoingOn();
+}
+
+void Upgrade::slotStopUnanswered()
+{
+    if (m_expiry) // in all that time, no write has been heard of
+        end(*m_expiry);
+    else if (m_isLeaving)
+        leaveWorker(QStringLiteral("The upgrade's process does not answer. It is left to itself, "
+                                   "and may be writing the firmware"));
 }
 
 void Upgrade::tellGoingOn()
@@ -469,8 +520,9 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
             tellWarning(text);
         follow();
     } else if (m_isStopping) {
-        end(verdict(VerdictCode::Interrupted,
-                    QStringLiteral("Interrupted. The device keeps the firmware that it has")));
+        end(m_expiry.value_or(
+            verdict(VerdictCode::Interrupted,
+                    QStringLiteral("Interrupted. The device keeps the firmware that it has"))));
     } else {
         end(verdict(code, text));
     }
@@ -602,6 +654,7 @@ void Upgrade::end(const Verdict &verdict)
     if (isBehindEnd(verdict.sentence))
         return;
     m_state = State::Ended;
+    m_stopAnswer.stop();
     m_deadlines->stop();
     if (m_preparation)
         m_preparation->cancel();

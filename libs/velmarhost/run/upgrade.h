@@ -14,6 +14,7 @@
 
 #include <QElapsedTimer>
 #include <QObject>
+#include <QTimer>
 
 #include <chrono>
 #include <map>
@@ -31,6 +32,9 @@ struct UpgradeSurroundings {
     WorkerLaunch worker; //!< its memory limit is that of the settings
     LinkFactory makeLink = makeSocketLink; //!< for the host's own questions to the device
     ConfirmationTimes confirmation;
+    std::chrono::milliseconds stopAnswer { 10000 }; //!< for a worker to answer an order to stop
+    DeadlineLimits deadlines {}; //!< where the settings have none
+    Deadlines::Clock clock {}; //!< of the deadlines; empty: the system's
 };
 
 /*!
@@ -73,8 +77,9 @@ public:
     void interrupt();
 
     /*!
-        Ends now and leaves the device to itself. A worker that is writing registers goes on without
-        the host; any other ends, and orders no restart.
+        Ends soon and leaves the device to itself. A worker that is writing registers goes on without
+        the host; any other ends, and orders no restart. One that may be about to write is asked
+        before, and left alone if it does not answer.
     */
     void leave();
 
@@ -106,7 +111,10 @@ private:
         Ended,
     };
 
+    bool hasRegisterWorker() const;
     bool isWritingRegisters() const;
+    void askToStop();
+    void leaveWorker(const QString &sentence);
     void noteBeginning();
     void tellGoingOn();
     void startWorker(WorkerMode mode);
@@ -115,7 +123,9 @@ private:
     void slotPlan(const Plan &plan);
     void slotSending(int percent, qint64 sentBytes, qint64 totalBytes);
     void slotInstalling(const ProtoModel::Auxiliary::s_UpgradePercent &progress);
+    void slotExpired(VerdictCode code, const QString &text);
     void slotStopAnswered(bool isTaken);
+    void slotStopUnanswered();
     void slotWorkerEnded(bool result, const QString &text);
     void slotWorkerRefused(VerdictCode code, const QString &text);
     void slotWorkerDied(const QString &why);
@@ -165,7 +175,10 @@ private:
     bool m_isOrdered = false; // by a former worker of this run: the device may be installing
     bool m_hasBegun = false; // an order of this run was seen to take effect
     bool m_isStopping = false; // the worker was asked to stop
-    bool m_isLeaving = false; // the worker is being killed for it
+    bool m_isStopRefused = false; // by the worker, which is at work
+    QTimer m_stopAnswer; // for it, where an end waits for it
+    std::optional<Verdict> m_expiry; // the end behind a stop, for a time that has passed
+    bool m_isLeaving = false; // the worker is being killed, or asked to stop, for it
     bool m_isWorkerLeft = false;
     QStringList m_causes; // the last lines of the worker's log
 };
