@@ -134,7 +134,7 @@ const std::vector<ProofRow> Rows {
       { { "slow-link=2000" }, {}, {} },
       Blow::DiskFilled,
       { "plan", 0 },
-      "send-failed",
+      "disk-full",
       1,
       Firmware::Old,
       0 },

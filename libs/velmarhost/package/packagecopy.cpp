@@ -3,6 +3,7 @@
 #include "package/blockhasher.h"
 #include "package/packagescan.h"
 #include "package/sha256.h"
+#include "process/freespace.h"
 #include "process/privatefolder.h"
 
 #include <QFile>
@@ -19,7 +20,6 @@
 #include <linux/fs.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace Velmar::Host {
@@ -35,14 +35,6 @@ constexpr qint64 ProgressStep = 1024 * 1024;
 
 // What a file system may need beside a file's bytes, for its last block and its name.
 constexpr qint64 SpaceOfEntry = 4096;
-
-qint64 freeSpaceOf(const QString &folder)
-{
-    struct statvfs status = {};
-    if (::statvfs(QFile::encodeName(folder).constData(), &status) != 0)
-        return -1;
-    return qint64(status.f_bavail) * qint64(status.f_frsize);
-}
 
 QString shownSize(qint64 bytes)
 {

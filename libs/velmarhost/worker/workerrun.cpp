@@ -13,6 +13,7 @@
 #include "run/imagebuild.h"
 #include "run/registerrun.h"
 #include "run/upgraderun.h"
+#include "run/workroom.h"
 #include "worker/workervoice.h"
 
 #include "upgradeclientproxy.h"
@@ -278,6 +279,8 @@ void WorkerRun::tellPlan()
 void WorkerRun::go()
 {
     tellPhase(Phase::Preparing);
+    // By registers, the library begins to write before it finds that it has no room.
+    checkRoom();
     switch (m_order.road) {
     case Road::Native: {
         auto run = std::make_unique<UpgradeRun>(
@@ -312,11 +315,15 @@ void WorkerRun::goByHttp()
             UpgradeOrder { m_session->device(), m_selection.cardInfoParts(), m_parse->units(),
                            m_parse->dataFilePaths(), m_order.packagePath });
         QString errorText;
-        if (!m_image->run(m_order.timeLimit, errorText))
+        if (!m_image->run(m_order.timeLimit, errorText)) {
+            checkRoom();
             refuse(VerdictCode::PrepareFailed, errorText);
+        }
         filePath = m_image->imagePath();
-        if (!checkImage(filePath, m_plan, errorText))
+        if (!checkImage(filePath, m_plan, errorText)) {
+            checkRoom();
             refuse(VerdictCode::PlanMismatch, errorText);
+        }
     }
     HttpOrder order;
     order.isCompatible = m_order.upload.isCompatible;
@@ -480,6 +487,20 @@ LinkTraffic WorkerRun::tellNewTraffic()
     return now;
 }
 
+bool WorkerRun::isPreparing()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_phase == Phase::Preparing;
+}
+
+/*! Before anything is sent: the library says of a disk that is full only that it could not write. */
+void WorkerRun::checkRoom()
+{
+    const auto shortage = roomShortage(m_plan, m_order.packagePath);
+    if (!shortage.isEmpty())
+        refuse(VerdictCode::DiskFull, shortage);
+}
+
 // Any thread. There is no way back to an earlier phase.
 void WorkerRun::tellPhase(Phase phase)
 {
@@ -531,6 +552,8 @@ void WorkerRun::slotEnded(DeviceRun::Outcome outcome, const QString &text)
     if (outcome == DeviceRun::Outcome::TimedOut)
         refuseForTime();
     const auto fault = m_link->announcementFault();
+    if (outcome == DeviceRun::Outcome::Failed && isPreparing())
+        checkRoom();
     if (!fault.isEmpty())
         refuse(VerdictCode::PlanMismatch, fault);
     const auto *httpRun = qobject_cast<HttpRun *>(m_run.get());

@@ -82,6 +82,8 @@ private:
     LinkTraffic traffic() const;
     LinkTraffic tellNewTraffic();
     void tellTraffic();
+    bool isPreparing();
+    void checkRoom();
     void tellPhase(Phase phase);
     void announceOrder(bool isRestart);
     QString imageFault() const;
