@@ -28,8 +28,10 @@ public:
         else if (event.kind == RunEvent::Kind::Message && event.code == QLatin1String("warning")
                  && !event.text.contains(QLatin1String("DataFilPathCfg.xml"))) // of the package
             warnings.append(event.text);
-        else if (event.kind == RunEvent::Kind::Verdict)
+        else if (event.kind == RunEvent::Kind::Verdict) {
             ends.append(verdictWord(event.summary->verdict.code));
+            advice = event.summary->verdict.advice;
+        }
         isEndLast = event.kind == RunEvent::Kind::Verdict;
     }
 
@@ -39,6 +41,7 @@ public:
     QStringList phases;
     QStringList warnings;
     QStringList ends;
+    QString advice;
     bool isEndLast = false;
 };
 
@@ -298,6 +301,28 @@ private Q_SLOTS:
         QVERIFY(!run.hasEnded());
         run.upgrade->interrupt();
         QCOMPARE(run.events.ends, QStringList("install-failed"));
+    }
+
+    void adviceBehindARefusedWrite_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("advice");
+
+        QTest::newRow("the first")
+            << QStringList { "send" }
+            << "Upgrade again once the cause is removed; the device has installed nothing.";
+        QTest::newRow("a later one")
+            << QStringList { "send", "ordered" }
+            << "Upgrade again once the cause is removed; part of the firmware may be written.";
+    }
+    void adviceBehindARefusedWrite()
+    {
+        QFETCH(QStringList, steps);
+        Run run(QStringList { "plan", "hear" } + steps + QStringList("bad"), 0, Goal::Upgrade,
+                Road::Registers);
+        run.upgrade->start();
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.ends, QStringList("send-failed"), LimitMs);
+        QTEST(run.events.advice, "advice");
     }
 
     // The first write goes out before the host hears of it: the worker alone knows.

@@ -523,6 +523,10 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
         end(m_expiry.value_or(
             verdict(VerdictCode::Interrupted,
                     QStringLiteral("Interrupted. The device keeps the firmware that it has"))));
+    } else if (code == VerdictCode::SendFailed && m_wish.road == Road::Registers && m_isOrdered) {
+        end({ code, text,
+              QStringLiteral("Upgrade again once the cause is removed; part of the firmware may be "
+                             "written.") });
     } else {
         end(verdict(code, text));
     }
