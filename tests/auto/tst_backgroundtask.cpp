@@ -1,5 +1,7 @@
 #include "run/backgroundtask.h"
 
+#include "support/threadshortage.h"
+
 #include <QThread>
 #include <QtTest>
 
@@ -17,6 +19,7 @@ private Q_SLOTS:
     void worksElsewhereAndEndsHere();
     void cancelIsSeenByTheWork();
     void destructionCancelsAndWaits();
+    void noRoomForAThread();
 };
 
 void TestBackgroundTask::worksElsewhereAndEndsHere()
@@ -30,6 +33,7 @@ void TestBackgroundTask::worksElsewhereAndEndsHere()
     task.start();
     QTRY_VERIFY(endThread != nullptr);
     QCOMPARE(endThread, QThread::currentThread());
+    QCOMPARE(task.fault(), QString());
     QVERIFY(workThread != nullptr && workThread != endThread);
 }
 
@@ -69,6 +73,24 @@ void TestBackgroundTask::destructionCancelsAndWaits()
     QVERIFY(hasReturned);
     QCoreApplication::processEvents();
     QVERIFY(!hasEnded);
+}
+
+void TestBackgroundTask::noRoomForAThread()
+{
+    bool hasWorked = false;
+    BackgroundTask task([&hasWorked](const std::atomic<bool> &) { hasWorked = true; });
+    bool hasEnded = false;
+    connect(&task, &BackgroundTask::signalEnded, this, [&hasEnded] { hasEnded = true; });
+    {
+        const ThreadShortage shortage;
+        task.start();
+    }
+    QVERIFY(!hasEnded); // whoever called is not waiting yet
+    QTRY_VERIFY_WITH_TIMEOUT(hasEnded, 30000);
+    QVERIFY(!hasWorked);
+    QCOMPARE(
+        task.fault(),
+        QStringLiteral("The system has no room for a thread: Resource temporarily unavailable"));
 }
 
 QTEST_GUILESS_MAIN(TestBackgroundTask)

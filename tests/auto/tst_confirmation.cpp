@@ -2,6 +2,7 @@
 
 #include "support/scriptedlink.h"
 #include "support/stucklink.h"
+#include "support/threadshortage.h"
 #include "support/wallgreeting.h"
 
 #include <QCborArray>
@@ -102,6 +103,22 @@ class tst_Confirmation : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void noRoomForAThread()
+    {
+        const auto link = restartingLink("1.1.0.0");
+        Confirmation confirmation(order(), quick(), [&](const DeviceAddress &) { return link; });
+        Taken taken(confirmation);
+        {
+            const ThreadShortage shortage;
+            confirmation.start();
+        }
+        QCOMPARE(taken.words, QStringList()); // whoever called is not waiting yet
+        QTRY_COMPARE_WITH_TIMEOUT(taken.words, QStringList("versions-unreadable"), 30000);
+        QCOMPARE(taken.sentence,
+                 QStringLiteral("The device cannot be asked for its versions: Resource temporarily "
+                                "unavailable"));
+    }
+
     void deviceThatRestarts_data()
     {
         QTest::addColumn<QByteArray>("version");

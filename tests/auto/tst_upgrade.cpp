@@ -2,6 +2,7 @@
 
 #include "support/packagebuilder.h"
 #include "support/scriptedlink.h"
+#include "support/threadshortage.h"
 #include "support/wallgreeting.h"
 
 #include <QCborArray>
@@ -186,6 +187,16 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(run.hasEnded(), LimitMs);
         QTEST(run.events.ends.constFirst(), "end");
         QVERIFY(run.events.isEndLast);
+    }
+
+    void noRoomForAThread()
+    {
+        Run run({}, 1);
+        {
+            const ThreadShortage shortage;
+            run.upgrade->start();
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.ends, QStringList("internal"), LimitMs);
     }
 
     void everyLostWorkerIsFollowed()

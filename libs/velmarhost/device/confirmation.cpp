@@ -4,6 +4,7 @@
 
 #include <velmarbizmodel/devicelink.h>
 
+#include <system_error>
 #include <utility>
 
 namespace Velmar::Host {
@@ -26,14 +27,30 @@ void Confirmation::start()
         return;
     m_elapsed.start();
     m_tick.start();
-    m_looks = std::make_unique<DeviceLooks>(m_device, m_makeLink(m_device), m_times.answer,
-                                            m_times.poll, [this](const DeviceLook &look) {
-                                                // Dropped with the object, which outlives the thread.
-                                                QMetaObject::invokeMethod(
-                                                    this, [this, look] { slotLook(look); },
-                                                    Qt::QueuedConnection);
-                                            });
-    judge();
+    try {
+        m_looks = std::make_unique<DeviceLooks>(m_device, m_makeLink(m_device), m_times.answer,
+                                                m_times.poll, [this](const DeviceLook &look) {
+                                                    // Dropped with the object, which outlives the thread.
+                                                    QMetaObject::invokeMethod(
+                                                        this, [this, look] { slotLook(look); },
+                                                        Qt::QueuedConnection);
+                                                });
+        judge();
+    } catch (const std::system_error &error) { // no room for a thread
+        const auto cause = QString::fromLocal8Bit(error.what());
+        QMetaObject::invokeMethod(
+            this, [this, cause] { endUnseen(cause); }, Qt::QueuedConnection);
+    }
+}
+
+void Confirmation::endUnseen(const QString &cause)
+{
+    if (m_isOver)
+        return;
+    stop();
+    Q_EMIT signalEnded(
+        verdict(VerdictCode::VersionsUnreadable,
+                QStringLiteral("The device cannot be asked for its versions: %1").arg(cause)));
 }
 
 void Confirmation::stop()

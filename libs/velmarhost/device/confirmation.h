@@ -62,6 +62,7 @@ private:
     Q_DISABLE_COPY_MOVE(Confirmation)
 
     void slotLook(const DeviceLook &look);
+    void endUnseen(const QString &cause);
     void judge();
 
     const DeviceAddress m_device;

@@ -2,6 +2,7 @@
 #define VELMARHOST_BACKGROUNDTASK_H
 
 #include <QObject>
+#include <QString>
 
 #include <atomic>
 #include <functional>
@@ -28,8 +29,12 @@ public:
     void start();
     void cancel();
 
+    /*! Behind signalEnded(): why the work was not done, a sentence without its full stop; empty if it
+        was. The system may have no room for a thread. */
+    const QString &fault() const;
+
 Q_SIGNALS:
-    /*! The work has returned; what it wrote can be read now. */
+    /*! The work has returned, and what it wrote can be read now; or it could not begin. */
     void signalEnded();
 
 private:
@@ -37,6 +42,7 @@ private:
 
     const std::function<void(const std::atomic<bool> &)> m_work;
     std::atomic<bool> m_isCancelled { false };
+    QString m_fault;
     std::thread m_thread;
 };
 

@@ -61,6 +61,7 @@ void Following::setInterval(std::chrono::milliseconds interval)
 
 void Following::ask()
 {
+    m_answer = Found::Nothing;
     m_task = std::make_unique<BackgroundTask>(
         [this](const std::atomic<bool> &) { m_answer = Host::ask(m_device, m_links); });
     connect(m_task.get(), &BackgroundTask::signalEnded, this, &Following::slotAnswered);

@@ -29,7 +29,7 @@ public:
         AtWork, //!< it installs
         AtEnd, //!< it shows the end of an installation, and waits for its restart
         Idle, //!< it knows of no installation: it has restarted
-        Nothing, //!< it did not answer in time
+        Nothing, //!< it did not answer in time, or could not be asked
     };
 
     explicit Following(DeviceAddress device, LinkFactory makeLink = makeSocketLink);

@@ -160,6 +160,8 @@ void Preparation::slotEnded()
     // The task may have ended well just before it was cancelled.
     if (m_isCancelled && !m_refusal)
         m_refusal = interruption();
+    else if (!m_task.fault().isEmpty())
+        m_refusal = verdict(VerdictCode::Internal, m_task.fault());
     if (m_refusal)
         Q_EMIT signalRefused(*m_refusal);
     else

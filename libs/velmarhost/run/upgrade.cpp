@@ -588,7 +588,7 @@ void Upgrade::slotFound(Following::Found found)
     case Following::Found::Nothing:
         end(verdict(VerdictCode::DeviceLost,
                     QStringLiteral("The device was lost while it may have been installing, and "
-                                   "does not answer")));
+                                   "gives no answer that the host gets")));
         return;
     }
 }
