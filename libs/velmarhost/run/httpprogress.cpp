@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <limits>
+#include <vector>
 
 namespace Velmar::Host {
 
@@ -24,11 +25,74 @@ constexpr double MaxInt = std::numeric_limits<qint32>::max();
 
 enum class Presence { Optional, Required };
 
-/*!
-    Takes the known keys of an object over into another one. The first fault stays.
+/*! A whole number from 0 to a greatest one. */
+struct Number {
+    const char *key;
+    double greatest;
+    Presence presence = Presence::Optional;
+};
 
-    What is absent stays absent: the library has its defaults.
-*/
+struct Form;
+
+/*! An object in another one, or a list of such objects. */
+struct Nested {
+    const char *key;
+    const Form *form;
+};
+
+/*! All that is known of one kind of object. What is absent stays absent: the library has its
+    defaults. */
+struct Form {
+    std::vector<Number> numbers;
+    std::vector<Nested> records;
+    std::vector<Nested> lists;
+};
+
+const Form RateAlone { { { "rate", MaxRate } }, {}, {} };
+
+// The newer generation. An absent result is 0, which is neither success nor failure; only that of the
+// whole has to be told.
+
+const Form NewerSection { { { "code", MaxShort }, { "rate", MaxRate }, { "result", MaxResult } },
+                          {},
+                          {} };
+
+const Form NewerPart {
+    { { "type", MaxInt }, { "slotId", MaxByte }, { "rate", MaxRate }, { "result", MaxResult } },
+    {},
+    { { "section", &NewerSection } }
+};
+
+const Form NewerProgress { { { "result", MaxResult, Presence::Required }, { "rate", MaxRate } },
+                           { { "subSections", &RateAlone } },
+                           { { "parts", &NewerPart } } };
+
+// The older generation, of which 0 is success: no result may be absent.
+
+const Form OlderSection {
+    { { "code", MaxShort }, { "rate", MaxRate }, { "result", MaxResult, Presence::Required } },
+    {},
+    {}
+};
+
+const Form OlderCard { { { "modelId", MaxShort }, { "slotId", MaxByte } },
+                       {},
+                       { { "sections", &OlderSection } } };
+
+const Form OlderBase { { { "code", MaxShort },
+                         { "rate", MaxRate },
+                         { "type", MaxInt },
+                         { "modelId", MaxShort },
+                         { "slotId", MaxByte } },
+                       {},
+                       {} };
+
+const Form OlderProgress { { { "deviceId", MaxInt }, { "result", MaxResult, Presence::Required } },
+                           { { "updateBaseSections", &OlderBase },
+                             { "updateSubSections", &RateAlone } },
+                           { { "mainControl", &OlderCard }, { "backPlane", &OlderCard } } };
+
+/*! Takes what is known over from one object to another. The first fault stays. */
 class Record
 {
 public:
@@ -41,31 +105,51 @@ public:
             fail(place, QStringLiteral("is no object"));
     }
 
-    const QJsonObject &told() const { return m_told; }
-
-    /*! A whole number from 0 to \a maximum. */
-    void number(const char *key, double maximum, Presence presence = Presence::Optional)
+    QJsonObject taken(const Form &form)
     {
-        const QString name = QLatin1String(key);
+        for (const auto &number : form.numbers)
+            take(number);
+        for (const auto &nested : form.records)
+            takeRecord(nested);
+        for (const auto &nested : form.lists)
+            takeList(nested);
+        return m_taken;
+    }
+
+private:
+    void take(const Number &number)
+    {
+        const QString name = QLatin1String(number.key);
         const QJsonValue value = m_source.value(name);
-        const double number = value.toDouble();
+        const double told = value.toDouble();
         if (value.isUndefined()) {
-            if (presence == Presence::Required)
+            if (number.presence == Presence::Required)
                 fail(placeOf(name), QStringLiteral("is missing"));
         } else if (!value.isDouble()) {
             fail(placeOf(name), QStringLiteral("is no number"));
-        } else if (number < 0 || number > maximum || std::trunc(number) != number) {
+        } else if (told < 0 || told > number.greatest || std::trunc(told) != told) {
             fail(placeOf(name),
-                 QStringLiteral("is no whole number from 0 to %1").arg(maximum, 0, 'f', 0));
+                 QStringLiteral("is no whole number from 0 to %1").arg(number.greatest, 0, 'f', 0));
         } else {
-            m_told.insert(name, int(number));
+            m_taken.insert(name, int(told));
         }
     }
 
-    /*! A list of what \a read takes over. */
-    template<class Read> void list(const char *key, Read read)
+    void takeRecord(const Nested &nested)
     {
-        const QString name = QLatin1String(key);
+        const QString name = QLatin1String(nested.key);
+        const QJsonValue value = m_source.value(name);
+        if (value.isUndefined())
+            return;
+        const QJsonObject told = Record(value, placeOf(name), m_errorText).taken(*nested.form);
+        // The library cannot read an empty object; as a whole it may be absent.
+        if (!told.isEmpty())
+            m_taken.insert(name, told);
+    }
+
+    void takeList(const Nested &nested)
+    {
+        const QString name = QLatin1String(nested.key);
         const QJsonValue value = m_source.value(name);
         if (value.isUndefined())
             return;
@@ -75,28 +159,15 @@ public:
         const QJsonArray elements = value.toArray();
         for (int i = 0; i < elements.size(); ++i) {
             const QString place = QStringLiteral("%1[%2]").arg(placeOf(name)).arg(i);
-            const QJsonObject element = read(elements.at(i), place, m_errorText);
-            // The library cannot read an empty object, and nothing can be made of one.
-            if (element.isEmpty())
+            const QJsonObject element =
+                Record(elements.at(i), place, m_errorText).taken(*nested.form);
+            if (element.isEmpty()) // as above, and its place in the list tells nothing, either
                 fail(place, QStringLiteral("tells nothing"));
             told.append(element);
         }
-        m_told.insert(name, told);
+        m_taken.insert(name, told);
     }
 
-    /*! What \a read takes over of an object. */
-    template<class Read> void record(const char *key, Read read)
-    {
-        const QString name = QLatin1String(key);
-        const QJsonValue value = m_source.value(name);
-        if (value.isUndefined())
-            return;
-        const QJsonObject told = read(value, placeOf(name), m_errorText);
-        if (!told.isEmpty()) // as above, but as a whole it may be absent
-            m_told.insert(name, told);
-    }
-
-private:
     QString placeOf(const QString &key) const
     {
         return m_place.isEmpty() ? key : m_place + QLatin1Char('.') + key;
@@ -112,93 +183,15 @@ private:
     const QJsonObject m_source;
     const QString m_place;
     QString &m_errorText;
-    QJsonObject m_told;
+    QJsonObject m_taken;
 };
 
-QJsonObject rateAlone(const QJsonValue &value, const QString &place, QString &errorText)
-{
-    Record record(value, place, errorText);
-    record.number("rate", MaxRate);
-    return record.told();
-}
-
-// The newer generation. An absent result is 0, which is neither success nor failure; only that of the
-// whole has to be told.
-
-QJsonObject newerSection(const QJsonValue &value, const QString &place, QString &errorText)
-{
-    Record record(value, place, errorText);
-    record.number("code", MaxShort);
-    record.number("rate", MaxRate);
-    record.number("result", MaxResult);
-    return record.told();
-}
-
-QJsonObject newerPart(const QJsonValue &value, const QString &place, QString &errorText)
-{
-    Record record(value, place, errorText);
-    record.number("type", MaxInt);
-    record.number("slotId", MaxByte);
-    record.number("rate", MaxRate);
-    record.number("result", MaxResult);
-    record.list("section", newerSection);
-    return record.told();
-}
-
-QJsonObject newerProgress(const QJsonObject &object, QString &errorText)
-{
-    Record record(object, {}, errorText);
-    record.number("result", MaxResult, Presence::Required);
-    record.number("rate", MaxRate);
-    record.record("subSections", rateAlone);
-    record.list("parts", newerPart);
-    return record.told();
-}
-
-// The older generation, of which 0 is success: no result may be absent.
-
-QJsonObject olderSection(const QJsonValue &value, const QString &place, QString &errorText)
-{
-    Record record(value, place, errorText);
-    record.number("code", MaxShort);
-    record.number("rate", MaxRate);
-    record.number("result", MaxResult, Presence::Required);
-    return record.told();
-}
-
-QJsonObject olderCard(const QJsonValue &value, const QString &place, QString &errorText)
-{
-    Record record(value, place, errorText);
-    record.number("modelId", MaxShort);
-    record.number("slotId", MaxByte);
-    record.list("sections", olderSection);
-    return record.told();
-}
-
-QJsonObject olderBase(const QJsonValue &value, const QString &place, QString &errorText)
-{
-    Record record(value, place, errorText);
-    record.number("code", MaxShort);
-    record.number("rate", MaxRate);
-    record.number("type", MaxInt);
-    record.number("modelId", MaxShort);
-    record.number("slotId", MaxByte);
-    return record.told();
-}
-
+/*! Of a list, the first element; a device with nothing going on tells an empty one. */
 QJsonArray olderProgress(const QJsonArray &list, QString &errorText)
 {
-    // A device with nothing going on tells an empty one.
     if (list.isEmpty())
         return {};
-    Record record(list.first(), QStringLiteral("[0]"), errorText);
-    record.number("deviceId", MaxInt);
-    record.number("result", MaxResult, Presence::Required);
-    record.record("updateBaseSections", olderBase);
-    record.record("updateSubSections", rateAlone);
-    record.list("mainControl", olderCard);
-    record.list("backPlane", olderCard);
-    return { record.told() };
+    return { Record(list.first(), QStringLiteral("[0]"), errorText).taken(OlderProgress) };
 }
 
 /*! What keeps \a body from being JSON in which every key has one value; empty if nothing does. */
@@ -235,7 +228,7 @@ std::optional<QByteArray> judgedProgress(const QByteArray &body, ProgressForm fo
     QJsonDocument told;
     if (fault.isEmpty()) {
         if (document.isObject())
-            told.setObject(newerProgress(document.object(), fault));
+            told.setObject(Record(document.object(), {}, fault).taken(NewerProgress));
         else if (form == ProgressForm::Either)
             told.setArray(olderProgress(document.array(), fault));
         else
