@@ -223,12 +223,19 @@ void HttpGuard::adopt(QNetworkReply *reply)
     connect(reply, &QIODevice::readyRead, this, [this, reply] { checkSize(*reply); });
     // Not from inside the reply's own signal, as the client does it.
     connect(
-        reply, &QNetworkReply::finished, this, [this, reply, request] { judge(reply, request); },
+        reply, &QNetworkReply::finished, this,
+        [this, finished = QPointer<QNetworkReply>(reply), request] {
+            if (finished)
+                judge(finished, request);
+        },
         Qt::QueuedConnection);
 
     auto *overdue = new QTimer(reply);
     overdue->setSingleShot(true);
-    connect(overdue, &QTimer::timeout, this, [this, request] { tellOverdue(request); });
+    connect(overdue, &QTimer::timeout, this, [this, reply, request] {
+        if (reply->isRunning()) // else it is judged next, or was
+            tellOverdue(request);
+    });
     overdue->start(isUpload ? m_limits.upload(m_uploadSize) : m_limits.poll);
     // The client has armed its timer already; a slow device would have more and more polls to answer.
     if (!isUpload)
