@@ -156,6 +156,9 @@ private Q_SLOTS:
         auto marked = image;
         marked[8] = '\0';
         QTest::newRow("mark") << marked << "byte 8 of the header is 0x00 instead of 0xa8";
+        auto shifted = image;
+        shifted[512] = char(shifted.at(512) + 1);
+        QTest::newRow("offset") << shifted << "record 0: its body is at offset 793 instead of 792";
         auto renamed = image;
         renamed[256] = 'x';
         QTest::newRow("target") << renamed << "it has \"xfw/mcu\" in the place of \"/fw/mcu\"";

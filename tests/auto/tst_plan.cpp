@@ -277,6 +277,13 @@ private Q_SLOTS:
         QTest::newRow("no hash") << QByteArray("\"1111") << QByteArray("\"g111")
                                  << "files[0].sha256 must be 64 hexadecimal digits in lower "
                                     "case, or empty";
+        QTest::newRow("hash in capitals")
+            << QByteArray("\"abab") << QByteArray("\"ABab")
+            << "package.sha256 must be 64 hexadecimal digits in lower case, or empty";
+        QTest::newRow("missing key of a section")
+            << QByteArray("\"type\": 1, ") << QByteArray() << "sections[0].type is missing";
+        QTest::newRow("missing key of what is left out")
+            << QByteArray("\"file\": \"main/k\", ") << QByteArray() << "leftOut[0].file is missing";
         QTest::newRow("no reason") << QByteArray("not-chosen") << QByteArray("bad-luck")
                                    << "leftOut[0].reason is no reason";
     }
@@ -293,6 +300,31 @@ private Q_SLOTS:
         QString errorText;
         QVERIFY(!Plan::fromJson(document.object(), errorText));
         QTEST(errorText, "errorText");
+    }
+
+    void lists_data()
+    {
+        QTest::addColumn<bool>("isOfTheDevice");
+        QTest::newRow("cards") << true;
+        QTest::newRow("files") << false;
+        QTest::newRow("sections") << false;
+        QTest::newRow("leftOut") << false;
+    }
+    void lists()
+    {
+        QFETCH(bool, isOfTheDevice);
+        const QString key = QTest::currentDataTag();
+        auto json = exampleJson();
+        if (isOfTheDevice) {
+            auto device = json.value("device").toObject();
+            device.insert(key, QJsonObject());
+            json.insert("device", device);
+        } else {
+            json.insert(key, QJsonObject());
+        }
+        QString errorText;
+        QVERIFY(!Plan::fromJson(json, errorText));
+        QCOMPARE(errorText, (isOfTheDevice ? "device." : "") + key + " must be a list");
     }
 
     void saveAndLoad()

@@ -30,6 +30,7 @@ using ProtoModel::Auxiliary::s_DeviceVersionPart;
 using ProtoModel::Auxiliary::s_DeviceVersionSection;
 
 Q_DECLARE_METATYPE(Velmar::Host::Wish)
+Q_DECLARE_METATYPE(Velmar::ProtoModel::Auxiliary::s_DeviceVersionPart)
 
 namespace {
 
@@ -268,6 +269,27 @@ private Q_SLOTS:
         m_package->versions.parts[0].section[1].version = told.toStdString();
         QVERIFY2(m_package->run(*m_device), qPrintable(m_package->errorText));
         QTEST(m_package->made.sections.at(0).versionExpected, "expected");
+    }
+
+    // The library takes the first part of the type, and then its first section of the code.
+    void deviceWithoutAStamp_data()
+    {
+        QTest::addColumn<s_DeviceVersionPart>("first");
+
+        QTest::newRow("no part of the type") << part(4, 0, { { 0x110, "1.1.0.0", "" } });
+        QTest::newRow("first part of the type without the section")
+            << part(1, 0, { { 0x101, "1.0.0.0", "" } });
+    }
+    void deviceWithoutAStamp()
+    {
+        QFETCH(s_DeviceVersionPart, first);
+        makeWholePackage();
+        m_package->versions.parts[0].slotId = 1;
+        if (first.type != 1)
+            m_package->versions.parts.clear();
+        m_package->versions.parts.insert(m_package->versions.parts.begin(), first);
+        QVERIFY2(m_package->run(*m_device), qPrintable(m_package->errorText));
+        QCOMPARE(m_package->made.sections.at(0).versionExpected, QString());
     }
 
     void chosenSections_data()
