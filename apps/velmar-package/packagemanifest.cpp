@@ -50,6 +50,10 @@ QString pathFault(const QString &path)
         if (!fault.isEmpty())
             return fault;
     }
+    if (names.size() - 1 > Host::DeepestPath)
+        return QStringLiteral("lies in more than %1 folders").arg(Host::DeepestPath);
+    if (path.toUtf8().size() > Host::LongestPath)
+        return QStringLiteral("is longer than %1 bytes").arg(Host::LongestPath);
     return QString();
 }
 

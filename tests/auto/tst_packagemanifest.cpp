@@ -373,6 +373,17 @@ private Q_SLOTS:
             ": dataFiles[1].path names the file fonts/font12.dat a second time");
         row("missing data file", osd, R"("path": "main/none.json")",
             ": dataFiles[0].path names the file FOLDER/main/none.json, which is not there");
+        row("data file in 17 folders", osd,
+            R"("path": ")" + QByteArray("a/").repeated(17) + R"(osd.json")",
+            ": dataFiles[0].path lies in more than 16 folders");
+        row("data file in 16 folders", osd,
+            R"("path": ")" + QByteArray("a/").repeated(16) + R"(osd.json")",
+            ": dataFiles[0].path names the file FOLDER/a/a/a/a/a/a/a/a/a/a/a/a/a/a/a/a/osd.json, "
+            "which is not there");
+        row("data file with a long path", osd,
+            "\"path\": \"" + QByteArray(200, 'a').append('/').repeated(5)
+                + "1234567890.12345.json\"",
+            ": dataFiles[0].path is longer than 1024 bytes");
         row("data file in a folder called as a description", osd, R"("path": "a.xml/osd.json")",
             ": dataFiles[0].path ends in \".xml\", which is for descriptions only");
     }

@@ -2,6 +2,7 @@
 #define VELMARHOST_PACKAGECOPY_H
 
 #include "package/packagemanifest.h"
+#include "package/packagerules.h"
 #include "run/verdict.h"
 
 #include <QString>
@@ -17,8 +18,8 @@ class PrivateFolder;
 /*! How far a package may go before it is refused. */
 struct PackageLimits {
     int fileCount = 100'000; //!< files and folders together
-    int depth = 16; //!< of folders in each other; a file in the package itself has 0
-    int pathLength = 1024; //!< bytes, relative to the package
+    int depth = DeepestPath; //!< of folders in each other; a file in the package itself has 0
+    int pathLength = LongestPath; //!< bytes, relative to the package
     qint64 totalSize = qint64(16) * 1024 * 1024 * 1024; //!< bytes of all files
 };
 

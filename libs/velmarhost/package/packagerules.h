@@ -27,6 +27,9 @@ bool isEncipheredFile(const QString &fileName);
 /*! True for a file that goes with the main control's "MCU", if the path table names it. */
 bool isMcuDataFile(const QString &path);
 
+constexpr int DeepestPath = 16; //!< folders of a package in each other, around a file
+constexpr int LongestPath = 1024; //!< bytes, of a file or folder relative to its package
+
 constexpr int LongestTarget = 255; //!< bytes; an image's record has 256 and ends them with a zero
 
 /*! True for 1 to LongestTarget printable ASCII characters that are not all blanks: what an image can
