@@ -635,6 +635,34 @@ private Q_SLOTS:
                                 "could be written register by register"));
     }
 
+    // The library notices it on its way, behind the writes of the commands before it.
+    void byRegistersWithoutTheDevicesIdentifier_data()
+    {
+        QTest::addColumn<QByteArray>("commands");
+        QTest::addColumn<bool>("isPlanned");
+
+        const QByteArray card("<CommandConfig CmdName='SendCardIndex'/>");
+        const QByteArray identifier("<CommandConfig CmdName='SendDeviceID'/>");
+        QTest::newRow("without") << DataCommands + card << false;
+        QTest::newRow("in front") << identifier + card + DataCommands << true;
+        QTest::newRow("behind") << card + DataCommands + identifier << true;
+        QTest::newRow("not needed") << DataCommands << true;
+    }
+    void byRegistersWithoutTheDevicesIdentifier()
+    {
+        QFETCH(QByteArray, commands);
+        QFETCH(bool, isPlanned);
+        makeWholePackage();
+        QVERIFY(builder().unit("main", MainUnit, fileInfo("MCU", "MCU.dat", 0, commands)));
+        QCOMPARE(m_package->run(*m_device, {}, Road::Registers), isPlanned);
+        if (isPlanned)
+            return;
+        QCOMPARE(verdictWord(m_package->code), QStringLiteral("package-refused"));
+        QCOMPARE(m_package->errorText,
+                 QStringLiteral("main/MCU.dat has the command \"SendCardIndex\" and not "
+                                "\"SendDeviceID\", without which that cannot be carried out"));
+    }
+
     // Into an image such files go as they are; on the way to a register the library deciphers all.
     void byRegistersWhatIsNotEnciphered_data()
     {

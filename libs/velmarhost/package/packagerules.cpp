@@ -6,6 +6,8 @@ namespace Velmar::Host {
 
 const QString McuSection = QStringLiteral("MCU");
 const QString DataCommand = QStringLiteral("SendFileData");
+const QString CardCommand = QStringLiteral("SendCardIndex");
+const QString DeviceCommand = QStringLiteral("SendDeviceID");
 
 namespace {
 
@@ -16,9 +18,12 @@ const QLatin1String FontEnding("font12.dat");
 const QStringList &commandNames()
 {
     static const QStringList names {
-        QStringLiteral("SendCardIndex"),      QStringLiteral("SendDeviceID"),
-        QStringLiteral("SendSenderFileType"), QStringLiteral("SendFileLength"),
-        QStringLiteral("SendFileCount"),      QStringLiteral("SendFileData"),
+        CardCommand,
+        DeviceCommand,
+        QStringLiteral("SendSenderFileType"),
+        QStringLiteral("SendFileLength"),
+        QStringLiteral("SendFileCount"),
+        DataCommand,
         QStringLiteral("SendSubCarIndex"),
     };
     return names;

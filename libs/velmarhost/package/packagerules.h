@@ -14,6 +14,10 @@ extern const QString McuSection;
 /*! The command that sends a file's bytes by registers. */
 extern const QString DataCommand;
 
+/*! The command that tells a card by registers, and one without which the library fails at it. */
+extern const QString CardCommand;
+extern const QString DeviceCommand;
+
 /*! The commands with which the library does something by registers, and one that it drops on
     purpose. It passes over any other without a word. */
 const QStringList &commandNames();

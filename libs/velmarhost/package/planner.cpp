@@ -267,6 +267,13 @@ private:
             if (listed.sectionName != McuSection || !listed.commands.contains(DataCommand)
                 || isGoldenFile(listed.fileName))
                 continue;
+            // The library would find it out behind the writes of the commands before it.
+            if (listed.commands.contains(CardCommand) && !listed.commands.contains(DeviceCommand))
+                m_packageFault =
+                    QStringLiteral("%1 has the command \"%2\" and not \"%3\", without which that "
+                                   "cannot be carried out")
+                        .arg(pathInPackage(listed.filePath, m_order.packagePath), CardCommand,
+                             DeviceCommand);
             m_sent.items.insert({ listed.sectionName, { listed.filePath, listed.boardId } });
             PlannedFile file;
             file.section = McuSection;
@@ -293,7 +300,7 @@ private:
             return;
         QFile file(planned.file);
         if (!file.open(QIODevice::ReadOnly)) {
-            m_uploadFault = QStringLiteral("%1: %2").arg(planned.file, file.errorString());
+            m_packageFault = QStringLiteral("%1: %2").arg(planned.file, file.errorString());
             return;
         }
         // Devices may take files of another kind, of which nothing is known.
@@ -302,9 +309,9 @@ private:
         if (!reader.readHeader(fault) || !reader.headerFault().isEmpty())
             return;
         if (reader.header().modelId != m_config.modelId) {
-            m_uploadFault = QStringLiteral("%1 is an image for model %2, and the device is %3")
-                                .arg(planned.file, modelNumber(reader.header().modelId),
-                                     modelNumber(m_config.modelId));
+            m_packageFault = QStringLiteral("%1 is an image for model %2, and the device is %3")
+                                 .arg(planned.file, modelNumber(reader.header().modelId),
+                                      modelNumber(m_config.modelId));
         }
         if (reader.header().version != 0)
             m_expected = dotted(reader.header().version);
@@ -405,7 +412,7 @@ private:
 
     QString unsendable() const
     {
-        return m_uploadFault.isEmpty() ? sendingFault(m_plan, m_registerVersion) : m_uploadFault;
+        return m_packageFault.isEmpty() ? sendingFault(m_plan, m_registerVersion) : m_packageFault;
     }
 
     const PlanOrder &m_order;
@@ -417,7 +424,7 @@ private:
     QString m_expected; // version of each section afterwards
     QString m_registerVersion;
     bool m_isRegisterUnitFit = true; // the parse for the device has it, too
-    QString m_uploadFault;
+    QString m_packageFault; // of the upload, or of a unit's commands
 };
 
 } // namespace
