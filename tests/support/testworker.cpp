@@ -95,7 +95,9 @@ void play(const std::string &step)
         traffic.result = 3;
         traffic.isEndTold = true;
         tell(TrafficTell { traffic });
-    } else if (step == "hear") // a command; the end of the host is none
+    } else if (step == "log")
+        tell(LogTell { QtInfoMsg, QStringLiteral("the worker's log") });
+    else if (step == "hear") // a command; the end of the host is none
         std::getline(std::cin, line);
     else if (step == "go on")
         tell(StopTell { false });
