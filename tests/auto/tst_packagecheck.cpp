@@ -684,7 +684,10 @@ private Q_SLOTS:
             QVERIFY(storeEnciphered(file.fileName(), QByteArray(1 + i * 1000, 'x')));
             if (i % 3 != 0)
                 continue;
-            QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(16) && file.write("y") == 1);
+            // Any byte may stand there.
+            char byte = 0;
+            QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(16) && file.getChar(&byte));
+            QVERIFY(file.seek(16) && file.putChar(char(~byte)));
             expected.append(QStringLiteral("undecipherable unit/%1: The file cannot be deciphered: "
                                            "The file is damaged, or enciphered with another key.")
                                 .arg(name));
