@@ -10,6 +10,7 @@
 #include <QtTest>
 
 #include <memory>
+#include <optional>
 
 using namespace Velmar;
 using namespace Velmar::Host;
@@ -103,13 +104,16 @@ class Run
 {
 public:
     Run(const QStringList &steps, int installation, Goal goal = Goal::Upgrade,
-        Road road = Road::Native, Patience patience = Patience::Usual, Answer answer = Answer::Some)
+        Road road = Road::Native, Patience patience = Patience::Usual, Answer answer = Answer::Some,
+        std::optional<std::chrono::milliseconds> silenceLimit = std::nullopt)
         : device(makeDevice(installation))
     {
         isPackaged = package.index({});
         auto settings = settingsIn(folder);
+        settings.silenceLimit = silenceLimit;
         auto around = surroundings(steps, device);
         around.clock = [this] {
+            ++ticks;
             return now;
         };
         around.deadlines.check = std::chrono::milliseconds(5);
@@ -136,6 +140,7 @@ public:
     std::shared_ptr<ScriptedLink> device;
     QString copyPath;
     std::chrono::milliseconds now { 0 }; // of the deadlines
+    int ticks = 0; // looks at it
     bool isPackaged = false;
     std::unique_ptr<Upgrade> upgrade; // the last member: it uses the others
 };
@@ -341,6 +346,40 @@ private Q_SLOTS:
         run.upgrade->start();
         QTRY_COMPARE_WITH_TIMEOUT(run.events.ends, QStringList("send-failed"), LimitMs);
         QTEST(run.events.advice, "advice");
+    }
+
+    // The user's word came too late, and the end tells what the device has.
+    void refusedWriteBehindAnInterrupt()
+    {
+        Run run({ "plan", "hear", "hear", "send", "ordered", "bad" }, 0, Goal::Upgrade,
+                Road::Registers);
+        connect(run.upgrade.get(), &Upgrade::signalPlanned, this,
+                [&run] { run.upgrade->interrupt(); });
+        run.upgrade->start();
+        QTRY_COMPARE_WITH_TIMEOUT(run.events.ends, QStringList("send-failed"), LimitMs);
+        QVERIFY(run.events.advice.endsWith("part of the firmware may be written."));
+    }
+
+    // The worker keeps the time that a user has set for a service to be silent.
+    void silentService_data()
+    {
+        QTest::addColumn<int>("minutes");
+        QTest::addColumn<QStringList>("ends");
+
+        QTest::newRow("within its time") << 10 << QStringList();
+        QTest::newRow("the worker does not end") << 11 << QStringList("device-lost");
+    }
+    void silentService()
+    {
+        QFETCH(int, minutes);
+        Run run({ "plan", "hear", "send", "ordered", "log", "wait" }, 0, Goal::Upgrade, Road::Http,
+                Patience::Usual, Answer::Some, std::chrono::minutes(10));
+        run.upgrade->start();
+        QTRY_VERIFY_WITH_TIMEOUT(run.events.log.contains("the worker's log"), LimitMs);
+        run.now += std::chrono::minutes(minutes);
+        run.ticks = 0;
+        QTRY_VERIFY_WITH_TIMEOUT(run.ticks > 20 || run.hasEnded(), LimitMs);
+        QTEST(run.events.ends, "ends");
     }
 
     // The first write goes out before the host hears of it: the worker alone knows.

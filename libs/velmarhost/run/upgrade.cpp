@@ -20,6 +20,7 @@ using ProtoModel::Auxiliary::s_UpgradePercent;
 constexpr int WorkerLimit = 4;
 
 constexpr std::chrono::minutes HttpSilenceLimit { 1 };
+constexpr std::chrono::seconds HttpEndLimit { 30 }; // for the worker to tell a silence
 
 constexpr int CauseCount = 5;
 constexpr int InstallationDone = 2; // result of an upgrade.progress
@@ -71,10 +72,16 @@ std::chrono::seconds silenceOf(Phase phase, const UpgradeSettings &settings)
 
 DeadlineLimits limitsOf(Road road, const UpgradeSettings &settings, DeadlineLimits limits)
 {
-    // Over HTTP the worker watches the service, and ends in a way behind which the device is asked
-    // for its versions.
-    if (settings.silenceLimit && road != Road::Http)
+    if (road == Road::Http) {
+        // The worker watches the service, and ends in a way behind which the device is asked for its
+        // versions: it comes first.
+        const std::chrono::milliseconds worker =
+            settings.silenceLimit.value_or(HttpSilenceLimit) + HttpEndLimit;
+        for (auto *limit : { &limits.sending, &limits.storing, &limits.installing })
+            *limit = std::max(*limit, worker);
+    } else if (settings.silenceLimit) {
         limits.sending = limits.storing = limits.installing = *settings.silenceLimit;
+    }
     return limits;
 }
 
@@ -438,15 +445,23 @@ void Upgrade::tellGoingOn()
                                    "interrupted. Press Ctrl-C again to leave it to itself"));
 }
 
-void Upgrade::slotWorkerEnded(bool result, const QString &text)
+/*! The worker has ended, with \a text: true if there is nothing more to judge. */
+bool Upgrade::takeWorkerEnd(const QString &text)
 {
     if (isBehindEnd(text))
-        return;
+        return true;
+    m_stopAnswer.stop(); // nobody is there to answer
     m_sentBytes += m_worker->traffic().sentBytes;
-    if (m_isLeaving) {
-        leave();
+    if (!m_isLeaving)
+        return false;
+    leave();
+    return true;
+}
+
+void Upgrade::slotWorkerEnded(bool result, const QString &text)
+{
+    if (takeWorkerEnd(text))
         return;
-    }
     // The library's last text speaks of a restart that the host may have kept from the device.
     tellLog(QtInfoMsg, text);
     if (!result) {
@@ -467,13 +482,8 @@ void Upgrade::slotWorkerEnded(bool result, const QString &text)
 
 void Upgrade::slotWorkerRefused(VerdictCode code, const QString &text)
 {
-    if (isBehindEnd(text))
+    if (takeWorkerEnd(text))
         return;
-    m_sentBytes += m_worker->traffic().sentBytes;
-    if (m_isLeaving) {
-        leave();
-        return;
-    }
     const bool hasWatchedNothing =
         code == VerdictCode::NothingToDo || code == VerdictCode::InstallFailed;
     // Behind an order, nothing to watch means that the device has restarted.
@@ -489,13 +499,8 @@ void Upgrade::slotWorkerRefused(VerdictCode code, const QString &text)
 
 void Upgrade::slotWorkerDied(const QString &why)
 {
-    if (isBehindEnd(why))
+    if (takeWorkerEnd(why))
         return;
-    m_sentBytes += m_worker->traffic().sentBytes;
-    if (m_isLeaving) {
-        leave();
-        return;
-    }
     judgeFailure(VerdictCode::WorkerDied,
                  QStringLiteral("The upgrade's process has ended: ") + why);
 }
@@ -519,7 +524,7 @@ void Upgrade::judgeFailure(VerdictCode code, const QString &text)
         if (code != VerdictCode::SendFailed)
             tellWarning(text);
         follow();
-    } else if (m_isStopping) {
+    } else if (m_isStopping && !m_isOrdered) {
         end(m_expiry.value_or(
             verdict(VerdictCode::Interrupted,
                     QStringLiteral("Interrupted. The device keeps the firmware that it has"))));

@@ -126,6 +126,7 @@ private:
     void slotExpired(VerdictCode code, const QString &text);
     void slotStopAnswered(bool isTaken);
     void slotStopUnanswered();
+    bool takeWorkerEnd(const QString &text);
     void slotWorkerEnded(bool result, const QString &text);
     void slotWorkerRefused(VerdictCode code, const QString &text);
     void slotWorkerDied(const QString &why);
