@@ -96,6 +96,9 @@ private Q_SLOTS:
             voice->tell(LogTell { QtDebugMsg, text });
         voice->tell(StatusTell { QStringLiteral("lost") });
         voice->tell(TrafficTell {});
+        LinkTraffic traffic;
+        traffic.isOrdered = true;
+        voice->tell(TrafficTell { traffic });
         voice->tell(PhaseTell { Phase::Restarting });
         voice->tell(EndTell { true, QStringLiteral("done") });
         voice->flush(std::chrono::milliseconds(1)); // comes back
@@ -106,11 +109,30 @@ private Q_SLOTS:
         // A quarter of a MiB and the pipe's own 64 KiB, in lines of some 10,000 bytes.
         QVERIFY2(lines.size() > 20 && lines.size() < 60,
                  QByteArray::number(lines.size()).constData());
+        // The device may be at work: nothing that the host knew before is as important.
+        QVERIFY(!lines.at(lines.size() - 5).contains("traffic"));
+        QVERIFY2(lines.at(lines.size() - 4).contains("\"isOrdered\":true"),
+                 lines.at(lines.size() - 4).constData());
         QCOMPARE(lines.at(lines.size() - 3),
                  QByteArray("{\"phase\":\"restart\",\"tell\":\"phase\"}"));
         QCOMPARE(lines.at(lines.size() - 2),
                  QByteArray("{\"result\":true,\"tell\":\"end\",\"text\":\"done\"}"));
         QCOMPARE(lines.constLast(), QByteArray()); // all lines are whole
+    }
+
+    void lastTrafficWithoutAnythingBehindIt()
+    {
+        Pipe pipe;
+        WorkerVoice voice(pipe.writer());
+        for (int i = 0; i < 40; ++i)
+            voice.tell(LogTell { QtDebugMsg, QString(10000, 'x') });
+        voice.tell(TrafficTell {});
+        auto told = std::async(std::launch::async, [&pipe] { return pipe.readAll(); });
+        voice.flush();
+        pipe.closeWriter();
+        const auto lines = told.get().split('\n');
+        QVERIFY2(lines.at(lines.size() - 2).contains("\"tell\":\"traffic\""),
+                 lines.at(lines.size() - 2).constData());
     }
 
     void hostIsGone()

@@ -41,12 +41,20 @@ WorkerVoice::~WorkerVoice()
 void WorkerVoice::tell(const WorkerMessage &message)
 {
     const auto line = toLine(message);
+    const bool isTraffic = std::holds_alternative<TrafficTell>(message);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_isBroken || (m_waitingBytes > MostWaitingBytes && isExpendable(message)))
+        if (m_isBroken)
             return;
-        m_lines.push_back(line);
-        m_waitingBytes += line.size();
+        if (m_waitingBytes > MostWaitingBytes && isExpendable(message)) {
+            if (isTraffic)
+                m_heldTraffic = line;
+            return;
+        }
+        if (isTraffic)
+            m_heldTraffic.clear();
+        addHeldTraffic();
+        add(line);
     }
     m_changed.notify_all();
 }
@@ -79,8 +87,11 @@ void WorkerVoice::writeAll()
         if (!isWritten) {
             m_isBroken = true;
             m_lines.clear();
+            m_heldTraffic.clear();
             m_waitingBytes = 0;
         }
+        if (m_lines.empty())
+            addHeldTraffic();
         m_changed.notify_all();
     }
 }
@@ -96,6 +107,19 @@ bool WorkerVoice::write(const QByteArray &line) const
             written += static_cast<int>(count);
     }
     return true;
+}
+
+// With the mutex locked, as for addHeldTraffic().
+void WorkerVoice::add(const QByteArray &line)
+{
+    m_lines.push_back(line);
+    m_waitingBytes += line.size();
+}
+
+void WorkerVoice::addHeldTraffic()
+{
+    if (!m_heldTraffic.isEmpty())
+        add(std::exchange(m_heldTraffic, {}));
 }
 
 bool WorkerVoice::isSilent() const

@@ -19,8 +19,9 @@ namespace Velmar::Host {
 
     An upgrade does not wait for whoever listens: a host may be stopped in the middle of an
     installation. Messages that the next one of their kind replaces, and log lines, are left out
-    while too much waits to be read; the others never. Behind the end of the host nothing is told
-    any more. Any thread may call.
+    while too much waits to be read; the others never, nor the last word about the traffic, by which a
+    host knows whether the device may be at work. Behind the end of the host nothing is told any more.
+    Any thread may call.
 */
 class WorkerVoice
 {
@@ -43,6 +44,8 @@ private:
     Q_DISABLE_COPY_MOVE(WorkerVoice)
 
     void writeAll();
+    void add(const QByteArray &line);
+    void addHeldTraffic();
     bool write(const QByteArray &line) const;
     bool isSilent() const;
 
@@ -50,6 +53,7 @@ private:
     std::mutex m_mutex; // guards what follows
     std::condition_variable m_changed;
     std::deque<QByteArray> m_lines;
+    QByteArray m_heldTraffic; // the last that was left out, if none has followed
     int m_waitingBytes = 0; // of the lines, and of the one that is being written
     bool m_isEnding = false;
     bool m_isBroken = false; // nobody reads any more
