@@ -1,5 +1,6 @@
 #include "run/workroom.h"
 
+#include "package/packagerules.h"
 #include "process/freespace.h"
 #include "show/quantities.h"
 
@@ -19,7 +20,7 @@ qint64 neededRoom(const Plan &plan)
     qint64 plainCopy = 0;
     for (const auto &file : plan.files) {
         image += file.size;
-        if (file.file.endsWith(QLatin1String(".dat")))
+        if (plan.road == Road::Registers || isEncipheredFile(file.file))
             plainCopy = std::max(plainCopy, file.size);
     }
     if (isImageBuilt)

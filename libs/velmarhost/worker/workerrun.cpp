@@ -552,7 +552,8 @@ void WorkerRun::slotEnded(DeviceRun::Outcome outcome, const QString &text)
     if (outcome == DeviceRun::Outcome::TimedOut)
         refuseForTime();
     const auto fault = m_link->announcementFault();
-    if (outcome == DeviceRun::Outcome::Failed && isPreparing())
+    // Over HTTP the image is whole by now, and what failed was something else.
+    if (outcome == DeviceRun::Outcome::Failed && m_order.road != Road::Http && isPreparing())
         checkRoom();
     if (!fault.isEmpty())
         refuse(VerdictCode::PlanMismatch, fault);
