@@ -47,7 +47,7 @@ bool Inquiry::begin()
 
 bool Inquiry::await(const Work &work)
 {
-    if (m_isInterrupted)
+    if (m_isInterrupted || !m_fault.isEmpty())
         return false;
     BackgroundTask task(work);
     QEventLoop loop;
@@ -55,7 +55,8 @@ bool Inquiry::await(const Work &work)
     connect(&m_interrupts, &InterruptWatcher::signalInterrupted, &task, &BackgroundTask::cancel);
     task.start();
     loop.exec();
-    return !m_isInterrupted;
+    m_fault = task.fault();
+    return !m_isInterrupted && m_fault.isEmpty();
 }
 
 bool Inquiry::await(QEventLoop &loop)
@@ -78,7 +79,7 @@ void Inquiry::warn(const QString &sentence)
 
 void Inquiry::tell(RunEvent::Kind kind, const QJsonValue &document, const QString &text)
 {
-    if (m_isInterrupted)
+    if (m_isInterrupted || !m_fault.isEmpty())
         return; // it may be half an answer
     RunEvent event;
     event.kind = kind;
@@ -90,16 +91,20 @@ void Inquiry::tell(RunEvent::Kind kind, const QJsonValue &document, const QStrin
 
 HostExitCode Inquiry::answered(const QString &sentence)
 {
-    if (m_isInterrupted)
-        return fail(VerdictCode::Interrupted, QString());
+    if (m_isInterrupted || !m_fault.isEmpty())
+        return fail(VerdictCode::Internal, m_fault);
     return verdictExitCode(end(VerdictCode::Answered, sentence).verdict.code);
 }
 
 HostExitCode Inquiry::fail(VerdictCode code, const QString &sentence, const QStringList &causes)
 {
-    const auto summary = m_isInterrupted
-        ? end(VerdictCode::Interrupted, QStringLiteral("Interrupted. Nothing was changed"))
-        : end(code, sentence, causes);
+    RunSummary summary;
+    if (m_isInterrupted)
+        summary = end(VerdictCode::Interrupted, QStringLiteral("Interrupted. Nothing was changed"));
+    else if (!m_fault.isEmpty())
+        summary = end(VerdictCode::Internal, m_fault);
+    else
+        summary = end(code, sentence, causes);
     printFailure(summary);
     return verdictExitCode(summary.verdict.code);
 }

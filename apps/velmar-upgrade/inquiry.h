@@ -38,7 +38,8 @@ public:
     /*! False, with the error told, if the log cannot be kept as \a options want it. */
     bool begin();
 
-    /*! Has \a work done on another thread; false if there was an interrupt. */
+    /*! Has \a work done on another thread; false if there was an interrupt, or no room for a thread,
+        which takes the place of any end, too. */
     bool await(const Work &work);
 
     /*! Runs \a loop until it is left or until an interrupt, and is false then. */
@@ -89,6 +90,7 @@ private:
     Velmar::Host::LogCapture m_log;
     QElapsedTimer m_elapsed;
     bool m_isInterrupted = false;
+    QString m_fault; // why something was not done
 };
 
 #endif // VELMARUPGRADE_INQUIRY_H

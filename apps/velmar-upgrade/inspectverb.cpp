@@ -209,8 +209,9 @@ HostExitCode inspectPackage(Inquiry &inquiry, const QString &folder, const Comma
                 parse.units(),
                 *BizModel::DeviceConfigManager::instance()->findDeviceConfigByID(*target.model)));
     inquiry.tell(RunEvent::Kind::Inspection, report.json(), report.text());
+    // The package has been checked: what the library then does not take is for another device.
     if (!end.isGood)
-        return inquiry.fail(VerdictCode::PackageRefused, end.errorText, inquiry.logLines());
+        return inquiry.fail(VerdictCode::NothingFits, end.errorText, inquiry.logLines());
     return inquiry.answered(QStringLiteral("The package can be used"));
 }
 

@@ -394,7 +394,7 @@ private Q_SLOTS:
             "The upgrade package configuration does not match the device configuration.";
         QCOMPARE(lines,
                  QStringList({ MissingFile.trimmed(), "debug: " + mismatch,
-                               "verdict package-refused: " + mismatch }));
+                               "verdict nothing-fits: " + mismatch }));
     }
 
     void packageThatBreaksARule()
@@ -429,7 +429,7 @@ private Q_SLOTS:
         QTest::newRow("status without a device") << QStringList { "status" } << 2 << "usage";
         QTest::newRow("inspect for a model that nothing fits")
             << QStringList { "inspect", m_package.path(), "--model", "0x7702" } << 3
-            << "package-refused";
+            << "nothing-fits";
         QTest::newRow("report") << QStringList { "report" } << 2 << "usage";
     }
     void usageErrorAsJson()
@@ -442,6 +442,21 @@ private Q_SLOTS:
         QTEST(verdict.value("code").toString(), "code");
         QCOMPARE(verdict.value("data").toObject().value("exitCode").toInt(), run.exitCode);
         QTEST(run.exitCode, "exitCode");
+    }
+
+    // Each thread would get a stack that is larger than all addresses.
+    void noRoomForAThread()
+    {
+        const auto run = runProgram(QStringLiteral("sh"),
+                                    { "-c", "ulimit -s 137438953472 && exec \"$@\"", "sh",
+                                      QStringLiteral(VELMAR_UPGRADE), "status", "--no-config",
+                                      "--device", "127.0.0.1:1", "--json" });
+        if (run.exitCode == 2 && run.err.contains(QLatin1String("ulimit")))
+            QSKIP("The system has a limit for stacks");
+        QCOMPARE(eventFaults(run.out.toUtf8()), QByteArray());
+        QVERIFY2(run.err.startsWith("velmar-upgrade: The system has no room for a thread: "),
+                 qPrintable(run.err));
+        QCOMPARE(run.exitCode, 1);
     }
 
     void nobodyListens()

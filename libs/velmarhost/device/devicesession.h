@@ -18,8 +18,8 @@ namespace Velmar::Host {
 /*!
     A device that a host is connected to and has made the active one.
 
-    Owns the device object; the upgrade library holds weak pointers alone. Made and destroyed in the
-    host's thread, and destroyed only when no run of the library is going on.
+    Owns the device object; the upgrade library holds weak pointers alone. Made in any thread, while
+    no run of the library is going on, and destroyed likewise.
 */
 class DeviceSession
 {
