@@ -24,7 +24,8 @@ QString sectionText(const PlannedSection &section)
 
 QString fileText(const PlannedFile &file)
 {
-    auto text = QStringLiteral("  %1  %2 bytes").arg(printable(file.file)).arg(file.size);
+    auto text =
+        QStringLiteral("  %1  %2 bytes").arg(printable(file.file), QString::number(file.size));
     if (!file.target.isEmpty())
         text += QStringLiteral("  -> %1").arg(printable(file.target));
     if (!file.section.isEmpty())

@@ -24,6 +24,8 @@ private Q_SLOTS:
                                        << "127.0.0.1" << 1 << "127.0.0.1:1";
         QTest::newRow("bare IPv6") << "::1"
                                    << "::1" << 9720 << "[::1]:9720";
+        QTest::newRow("numbered zone") << "fe80::1%2"
+                                       << "fe80::1%2" << 9720 << "[fe80::1%2]:9720";
         QTest::newRow("bracketed IPv6") << "[fe80::1%eth0]"
                                         << "fe80::1%eth0" << 9720 << "[fe80::1%eth0]:9720";
         QTest::newRow("bracketed IPv6 and port") << "[::1]:80"

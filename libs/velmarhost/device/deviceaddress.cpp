@@ -61,7 +61,7 @@ QString DeviceAddress::toString() const
 {
     const auto form =
         host.contains(QLatin1Char(':')) ? QStringLiteral("[%1]:%2") : QStringLiteral("%1:%2");
-    return form.arg(host).arg(port);
+    return form.arg(host, QString::number(port)); // at once: a zone of IPv6 may be "%2"
 }
 
 } // namespace Velmar::Host
