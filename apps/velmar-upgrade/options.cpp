@@ -31,9 +31,11 @@ constexpr Option ReturnTimeout =
         .orElse("300")
         .setting("VELMAR_RETURN_TIMEOUT");
 constexpr Option StallTimeout =
-    Option("stall-timeout",
-           "Give up when nothing is heard of the device for so long; unless set, 60 seconds, or "
-           "over the native link 150 while it checks what it got and 120 while it installs.")
+    Option(
+        "stall-timeout",
+        "Give up when nothing is heard of the device for so long; unless set, 60 seconds, or "
+        "over HTTP 120, or over the native link 150 while it checks what it got and 120 while it "
+        "installs.")
         .number("SECONDS", 1, 86400)
         .setting("VELMAR_STALL_TIMEOUT");
 constexpr Option Section =

@@ -30,6 +30,8 @@ public:
         else if (event.kind == RunEvent::Kind::Message && event.code == QLatin1String("warning")
                  && !event.text.contains(QLatin1String("DataFilPathCfg.xml"))) // of the package
             warnings.append(event.text);
+        else if (event.kind == RunEvent::Kind::Message)
+            messages.append(event.text);
         else if (event.kind == RunEvent::Kind::Log)
             log.append(event.text);
         else if (event.kind == RunEvent::Kind::Verdict) {
@@ -44,6 +46,7 @@ public:
 
     QStringList phases;
     QStringList warnings;
+    QStringList messages; // that are none
     QStringList log;
     QStringList ends;
     QString advice;
@@ -105,7 +108,8 @@ class Run
 public:
     Run(const QStringList &steps, int installation, Goal goal = Goal::Upgrade,
         Road road = Road::Native, Patience patience = Patience::Usual, Answer answer = Answer::Some,
-        std::optional<std::chrono::milliseconds> silenceLimit = std::nullopt)
+        std::optional<std::chrono::milliseconds> silenceLimit = std::nullopt,
+        const QString &worker = QStringLiteral("plays"))
         : device(makeDevice(installation))
     {
         isPackaged = package.index({});
@@ -116,6 +120,7 @@ public:
             ++ticks;
             return now;
         };
+        around.worker.arguments.first() = worker;
         around.deadlines.check = std::chrono::milliseconds(5);
         if (answer == Answer::None)
             around.stopAnswer = std::chrono::milliseconds(50);
@@ -358,6 +363,17 @@ private Q_SLOTS:
         run.upgrade->start();
         QTRY_COMPARE_WITH_TIMEOUT(run.events.ends, QStringList("send-failed"), LimitMs);
         QVERIFY(run.events.advice.endsWith("part of the firmware may be written."));
+    }
+
+    // A device that checks a file for so long before it answers is not lost.
+    void timeForAnAnswerOverHttp()
+    {
+        Run run({}, 0, Goal::Upgrade, Road::Http, Patience::Usual, Answer::Some, std::nullopt,
+                QStringLiteral("order"));
+        run.upgrade->start();
+        QTRY_VERIFY_WITH_TIMEOUT(run.hasEnded(), LimitMs);
+        QVERIFY2(run.events.messages.join('\n').contains("\"silenceMs\":120000"),
+                 qPrintable(run.events.messages.join('\n')));
     }
 
     // The worker keeps the time that a user has set for a service to be silent.

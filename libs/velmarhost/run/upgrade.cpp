@@ -4,6 +4,7 @@
 #include "device/devicelock.h"
 #include "device/versioncomparison.h"
 #include "package/packagecopy.h"
+#include "run/httpguard.h"
 #include "run/preparation.h"
 
 #include <algorithm>
@@ -19,7 +20,8 @@ using ProtoModel::Auxiliary::s_UpgradePercent;
 // fails as well is better looked at by a person.
 constexpr int WorkerLimit = 4;
 
-constexpr std::chrono::minutes HttpSilenceLimit { 1 };
+// No less than a device has to answer an upload: it checks the file before it does.
+constexpr std::chrono::milliseconds HttpSilenceLimit = HttpLimits().uploadAtLeast;
 constexpr std::chrono::seconds HttpEndLimit { 30 }; // for the worker to tell a silence
 
 constexpr int CauseCount = 5;
