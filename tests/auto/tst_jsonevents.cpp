@@ -160,7 +160,6 @@ private Q_SLOTS:
         summary.durations = { { Phase::Copying, milliseconds(12) },
                               { Phase::Sending, milliseconds(3456) } };
         summary.wholeDuration = milliseconds(4000);
-        summary.recordFolder = QStringLiteral("/state/runs/x");
 
         json.take(event);
 
@@ -188,7 +187,6 @@ private Q_SLOTS:
         QCOMPARE(data.value("bytesSent").toVariant().toLongLong(), 5'000'000'000);
         QCOMPARE(data.value("durations").toObject(),
                  (QJsonObject { { "copy", 12 }, { "send", 3456 }, { "whole", 4000 } }));
-        QCOMPARE(data.value("record").toString(), QStringLiteral("/state/runs/x"));
     }
 
     void everyVerdictIsInTheSchema()
@@ -308,7 +306,6 @@ private Q_SLOTS:
         bad.summary->verdict.advice = text;
         bad.summary->causes = QStringList { text };
         bad.summary->versions = { { text, text, text, text, text } };
-        bad.summary->recordFolder = text;
         json.take(bad);
 
         QCOMPARE(eventFaults(m_lines), QByteArray());

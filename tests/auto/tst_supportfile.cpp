@@ -78,9 +78,9 @@ private Q_SLOTS:
         record->take(plan);
         auto end = event(RunEvent::Kind::Verdict);
         end.summary.emplace();
-        end.summary->verdict = verdict(VerdictCode::Confirmed, QStringLiteral("All is well."));
+        end.summary->verdict =
+            verdict(VerdictCode::Confirmed, QDir::homePath() + QStringLiteral("/a.dat is well"));
         end.summary->versions = { { "Slot 3", "FPGA", "1.0", "1.1", "1.1" } };
-        end.summary->recordFolder = QDir::homePath() + QStringLiteral("/.local/state/runs/x");
         record->take(end);
 
         const auto file = made();
@@ -93,8 +93,8 @@ private Q_SLOTS:
         QCOMPARE(events.size(), 3);
         QCOMPARE(events.at(0).toObject().value("text").toString(),
                  QStringLiteral("Copying <package>/a.dat of <user> at <host>, <home>/x"));
-        QCOMPARE(events.at(2).toObject().value("data").toObject().value("record").toString(),
-                 QStringLiteral("<home>/.local/state/runs/x"));
+        QCOMPARE(events.at(2).toObject().value("data").toObject().value("sentence").toString(),
+                 QStringLiteral("<home>/a.dat is well"));
         QCOMPARE(eventFaults(lines(events)), QByteArray());
         QCOMPARE(file.value("log").toArray(),
                  QJsonArray { "2026-01-02T03:04:05.678Z debug open \"<copy>/a.dat\"" });

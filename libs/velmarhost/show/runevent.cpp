@@ -49,8 +49,6 @@ QJsonObject RunSummary::toJson() const
         { "bytesSent", bytesSent },
         { "durations", times },
     };
-    if (!recordFolder.isEmpty())
-        object.insert("record", recordFolder);
     return object;
 }
 

@@ -41,7 +41,6 @@ struct RunSummary {
     qint64 bytesSent = 0; //!< to the device, of the firmware alone
     std::map<Phase, std::chrono::milliseconds> durations; //!< of the phases that were entered
     std::chrono::milliseconds wholeDuration { 0 };
-    QString recordFolder; //!< where the record of the run is; empty if it has none
 
     /*!
         The summary as a JSON object: \c kind, \c code, \c sentence, \c advice, \c exitCode,

@@ -80,8 +80,6 @@ QStringList verdictLines(const RunSummary &summary)
     }
     lines.append(QStringLiteral("  sent: %1, took %2")
                      .arg(amountText(summary.bytesSent), clockText(summary.wholeDuration)));
-    if (!summary.recordFolder.isEmpty())
-        lines.append(QStringLiteral("  record: %1").arg(printable(summary.recordFolder, 4096)));
     return lines;
 }
 
