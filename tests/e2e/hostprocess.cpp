@@ -174,6 +174,7 @@ bool waitForEndOf(pid_t id)
         const auto state = statusOf(QString::number(id)).state;
         return state.isEmpty() || state == "Z";
     };
+    // Nobody is told of the end of a process that is not their child.
     while (!isOver() && !deadline.hasExpired())
         QThread::msleep(LookPauseMs);
     return isOver();
